@@ -1,0 +1,19 @@
+# dns_proxy_options(<target>): what every target of this project is compiled with.
+#
+# The include root is the repository's. Warnings are errors in developer mode only, so that a new
+# compiler never breaks an embedder's build.
+include(dns_proxy_sanitizers)
+
+function(dns_proxy_options target)
+  # C++20 to compile; the installed headers ask their users for less, which is why this is private.
+  set_target_properties(${target} PROPERTIES
+    CXX_STANDARD 20
+    CXX_STANDARD_REQUIRED ON
+    CXX_EXTENSIONS OFF)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${dns_proxy_mac_SOURCE_DIR}>)
+  if(dns_proxy_mac_DEVELOPER_MODE)
+    target_compile_options(${target} PRIVATE
+      -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror)
+  endif()
+  dns_proxy_sanitizers(${target})
+endfunction()

@@ -1,0 +1,178 @@
+// The pending requests, by identifier, for two workers and without a lock.
+//
+// A slot for each of the 65,536 identifiers holds null or a pointer to a record. Storing is a
+// compare-exchange from null and removing one to null, so each has one winner; no operation loops
+// on what the other worker does.
+//
+// What is removed may still be in the other worker's hands. Therefore a worker *holds* the record
+// that it works on, in a word of its own that the other one can see:
+//
+//   finding   load the slot; write the pointer into the own word; load the slot again. Still there:
+//             held. Gone: not found, which is what it was when the slot was emptied.
+//   freeing   (by the winner of the removal, after it) exchange the pointer in the other's word for
+//             null. Done: the other one was using the record and frees it when it lets go. Not
+//             there: nobody can reach it any more, and it is freed at once.
+//   letting   exchange the own word for null. It held the pointer still: nothing to do. It was null
+//   go        already: the record has been removed meanwhile, and freeing it was left to us.
+//
+// The second load of a find and the exchange of a freeing are ordered one way or the other (all
+// four accesses are sequentially consistent), so a record is never held and freed. At the most one
+// removed record a worker is alive at any time, and none while the workers wait.
+#ifndef DNS_PROXY_MAC_PROXY_PENDING_REQUESTS_H_
+#define DNS_PROXY_MAC_PROXY_PENDING_REQUESTS_H_
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <iterator>
+#include <utility>
+
+#include "dns_proxy_mac/proxy/dns_request.h"
+
+enum class Worker { kQuery, kAnswer };
+
+// Who stores, finds and removes: the two workers, each inside a Pass; a single thread, without one,
+// while no worker runs. Any thread may remove, count or iterate at any time, but only a Pass makes
+// it safe to look into a record that another thread may remove.
+//
+// Memory: 2 KiB, and another 2 KiB for each 256 identifiers in a row that have been in use, 514 KiB
+// at the most, kept until destruction. The records are the callers' until stored, then the table's.
+class PendingRequests {
+ public:
+  class iterator;
+  class Pass;
+
+  PendingRequests() = default;
+
+  // Gives the slots back. The records must have been removed.
+  ~PendingRequests();
+
+  PendingRequests(const PendingRequests&) = delete;
+  PendingRequests& operator=(const PendingRequests&) = delete;
+
+  // Stores `request` under its QueryID and owns it from now on. False, and nothing changed, when
+  // the identifier is taken. The caller must not look into a stored record without finding it
+  // again.
+  bool Insert(DnsRequest* request);
+
+  // The record under `id`, or end(). Inside a Pass it stays valid until this worker finds another
+  // one, frees it or leaves the pass; it may have been removed from the table before that.
+  iterator find(unsigned short id);
+
+  // Empties the slot of `id`. The record that was in it, now the caller's to Free; null if none.
+  DnsRequest* Remove(unsigned short id);
+
+  // Empties the slot of `id` if `request` is what it holds; true if so. By identity, because the
+  // identifier may have been given to another request since this one was found.
+  bool Remove(unsigned short id, const DnsRequest* request);
+
+  // Frees a record that this thread has removed: at once, or through the worker that holds it.
+  void Free(DnsRequest* request);
+
+  // A look at the slots, one after the other, in the order of the identifiers.
+  std::size_t size() const;
+  bool empty() const;
+  iterator begin() const;
+  iterator end() const;
+
+ private:
+  static constexpr int kSlotsInBlock = 256;
+  static constexpr int kBlocks = 256;
+  static constexpr int kSlots = kBlocks * kSlotsInBlock;
+
+  using Slot = std::atomic<DnsRequest*>;
+  using Block = std::array<Slot, kSlotsInBlock>;
+
+  // The slot of `id`: null when no identifier of its block has been in use.
+  Slot* SlotOf(int id) const;
+
+  // The slot of `id`, its block made if need be.
+  Slot& MakeSlot(unsigned short id);
+
+  // The identifier, `from` or above, of the first slot that is not empty, and what it holds; kSlots
+  // and null if there is none.
+  std::pair<int, DnsRequest*> NextPending(int from) const;
+
+  // A block, once there, stays.
+  std::array<std::atomic<Block*>, kBlocks> blocks_{};
+
+  // What each worker holds: written by that worker, and set to null by who leaves it a freeing.
+  std::array<std::atomic<DnsRequest*>, 2> held_{};
+};
+
+// A worker's time with the table: one datagram, from its receipt to the handler's return. There is
+// at the most one at a time for a worker, on the thread that makes it.
+class PendingRequests::Pass {
+ public:
+  Pass(PendingRequests& requests, Worker worker);
+
+  // Lets go of what is held.
+  ~Pass();
+
+  Pass(const Pass&) = delete;
+  Pass& operator=(const Pass&) = delete;
+
+ private:
+  friend class PendingRequests;
+
+  // The pass that this thread is in on `requests`, or null.
+  static Pass* Current(const PendingRequests& requests);
+
+  // True if `request`, just seen in `slot`, could be held there; what was held before is let go.
+  bool Hold(DnsRequest* request, const Slot& slot);
+  void LetGo();
+
+  // Forgets `request`, which this thread has removed, if it is what is held.
+  void Forget(const DnsRequest* request);
+
+  static thread_local Pass* current_;
+
+  PendingRequests& requests_;
+  std::atomic<DnsRequest*>& word_;  // this worker's in requests_.held_
+  DnsRequest* held_ = nullptr;      // what word_ was set to
+};
+
+// A position: the identifier and the record as they were when the position was made, so that
+// `position->second` is one and the same pointer however often it is read.
+class PendingRequests::iterator {
+ public:
+  using iterator_category = std::input_iterator_tag;
+  using value_type = std::pair<unsigned short, DnsRequest*>;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const value_type*;
+  using reference = const value_type&;
+
+  iterator() = default;
+
+  reference operator*() const { return entry_; }
+  pointer operator->() const { return &entry_; }
+
+  iterator& operator++() {
+    *this = iterator(requests_, requests_->NextPending(index_ + 1));
+    return *this;
+  }
+  iterator operator++(int) {
+    const iterator before = *this;
+    ++*this;
+    return before;
+  }
+
+  friend bool operator==(const iterator& a, const iterator& b) {
+    return a.requests_ == b.requests_ && a.index_ == b.index_;
+  }
+  friend bool operator!=(const iterator& a, const iterator& b) { return !(a == b); }
+
+ private:
+  friend class PendingRequests;
+
+  iterator(const PendingRequests* requests, std::pair<int, DnsRequest*> found)
+      : requests_(requests),
+        index_(found.first),
+        entry_(static_cast<unsigned short>(found.first), found.second) {}
+
+  const PendingRequests* requests_ = nullptr;
+  int index_ = kSlots;  // the identifier; kSlots at the end
+  value_type entry_{};
+};
+
+#endif  // DNS_PROXY_MAC_PROXY_PENDING_REQUESTS_H_

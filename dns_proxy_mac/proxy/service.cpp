@@ -1,0 +1,149 @@
+#include "dns_proxy_mac/proxy/service.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "dns_proxy_mac/proxy/dns_proxy.h"
+#include "dns_proxy_mac/proxy/query_path.h"
+#include "dns_proxy_mac/proxy/response_path.h"
+#include "dns_proxy_mac/proxy/service_state.h"
+#include "dns_proxy_mac/proxy/trace.h"
+
+namespace {
+
+constexpr char kListenAddress[] = "127.0.0.1";
+constexpr int kListenPort = 53;
+
+// Non-zero when it failed. No socket option is set beforehand: two services on one port are
+// refused.
+int BindToListenAddress(int sock) {
+  sockaddr_in address;
+  std::memset(&address, 0, sizeof(address));
+  address.sin_family = AF_INET;
+  address.sin_port = htons(kListenPort);
+  address.sin_addr.s_addr = inet_addr(kListenAddress);
+  return bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+}
+
+void FillHostMap(const std::vector<std::pair<std::string, std::string>>& vecHostMaps) {
+  for (const auto& [domain, address] : vecHostMaps) {
+    TRACE("StartDnsSrv", " Add host map: %s -> %s\n", domain.c_str(), address.c_str());
+    std::string name = domain;
+    g_Hostmaps.Add(name.data(), address.c_str());
+  }
+}
+
+// Waits without limit until `sock` can be read. What select returned, and its set in `readable`; -1
+// for a descriptor that has no bit in such a set.
+int WaitReadable(int sock, fd_set& readable) {
+  if (sock < 0 || sock >= FD_SETSIZE) {
+    return -1;
+  }
+  FD_ZERO(&readable);
+  FD_SET(sock, &readable);
+  return select(sock + 1, &readable, nullptr, nullptr, nullptr);
+}
+
+}  // namespace
+
+bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
+                 const std::vector<std::pair<std::string, std::string>>& vecHostMaps) {
+  g_SockToClientApps = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  g_SockToDNSServers = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  if (g_SockToClientApps < 0 || g_SockToDNSServers < 0) {
+    TRACE("StartDnsSrv", " socket invalid\n");
+    return false;
+  }
+
+  // Nothing is cleaned up here or on any later failure: the hosting process ends and takes it
+  // along.
+  if (BindToListenAddress(g_SockToClientApps) != 0) {
+    TRACE("StartDnsSrv", " bind %s:%d failed\n", kListenAddress, kListenPort);
+    return false;
+  }
+  TRACE("StartDnsSrv", " bind %s:%d success\n", kListenAddress, kListenPort);
+
+  // The methods, in the order of trial. Appended and never cleared: a second call in one process
+  // adds to what the first one left.
+  if (!vecHostMaps.empty()) {
+    FillHostMap(vecHostMaps);
+    g_DnsMethodList.push_back(HostMapMethod());
+  }
+  for (const std::string& server : vecDnsServers) {
+    TRACE("StartDnsSrv", " Add SP DNS to list: %s\n", server.c_str());
+    g_DnsMethodList.push_back(DnsServerMethod(server.c_str()));
+  }
+
+  if (pthread_create(&g_thread_answer, nullptr, thread_answer, nullptr) != 0) {
+    TRACE("StartDnsSrv", " pthread_create g_thread_answer failed\n");
+    return false;
+  }
+  TRACE("StartDnsSrv", " pthread_create g_thread_answer success\n");
+  if (pthread_create(&g_thread_query, nullptr, thread_query, nullptr) != 0) {
+    TRACE("StartDnsSrv", " pthread_create thread_query failed\n");
+    return false;
+  }
+  TRACE("StartDnsSrv", " pthread_create thread_query success\n");
+
+  // Twice on the answer thread and never on the query thread, by design: the service's life is the
+  // answer thread's. The second wait returns an error on macOS, and on glibc as long as the ended
+  // thread's stack is still mapped. Stacks above glibc's cache of 40 MB (`ulimit -s 65536`) are
+  // unmapped at once and the wait would fault: the hosting process keeps the stack limit below that
+  // before it calls.
+  pthread_join(g_thread_answer, nullptr);
+  pthread_join(g_thread_answer, nullptr);
+
+  close(g_SockToClientApps);
+  close(g_SockToDNSServers);
+  return true;
+}
+
+void* thread_answer(void* /*arg*/) {
+  for (;;) {
+    if (g_SockToDNSServers == -1) {
+      TRACE("thread_answer", " Socket SockToDNSServers is invalid, AnswerThread exit\n");
+      return nullptr;
+    }
+    fd_set readable;
+    const int ready = WaitReadable(g_SockToDNSServers, readable);
+    if (ready < 0) {
+      TRACE("thread_answer", " AnswerThread: select failed. exit.\n");
+      return nullptr;
+    }
+    if (ready == 0) {
+      TRACE("thread_answer", " AnswerThread: select timeout.\n");
+      continue;
+    }
+    TRACE("thread_answer", " AnswerThread: received dns response.\n");
+    if (FD_ISSET(g_SockToDNSServers, &readable) &&
+        !RecvAndProcessPacketsFromDNSServer(g_SockToDNSServers)) {
+      TRACE("thread_answer", " RecvAndProcessPacketsFromDNSServer failed, exit.\n");
+      return nullptr;
+    }
+  }
+}
+
+void* thread_query(void* /*arg*/) {
+  for (;;) {
+    if (g_SockToClientApps == -1) {
+      TRACE("thread_query", " Socket SockToClientApps is invalid, QueryThread exit\n");
+      return nullptr;
+    }
+    fd_set readable;
+    // Unlike the answer thread, a wait that ends with nothing ready counts as a failure: kept.
+    if (WaitReadable(g_SockToClientApps, readable) <= 0) {
+      TRACE("thread_query", " QureyThread: select failed. exit\n");
+      return nullptr;
+    }
+    TRACE("thread_query", " ****QureyThread***: received dns request\n");
+    if (FD_ISSET(g_SockToClientApps, &readable) &&
+        !RecvAndProcessPacketsFromLocalApps(g_SockToClientApps)) {
+      return nullptr;
+    }
+  }
+}
