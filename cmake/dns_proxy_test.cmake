@@ -1,6 +1,8 @@
 # dns_proxy_test(<target> LABEL <label> SOURCES <file>... [LIBRARIES <target>...] [TIMEOUT <seconds>]):
 # a GoogleTest executable, each of its tests a test of CTest's under <label>.
 #
+# An executable that defines no main gets GoogleTest's.
+#
 # A test that the machine does not allow (no namespaces) says GTEST_SKIP() and counts as skipped.
 include(GoogleTest)
 
@@ -11,7 +13,7 @@ function(dns_proxy_test target)
   endif()
   add_executable(${target} ${test_SOURCES})
   dns_proxy_options(${target})
-  target_link_libraries(${target} PRIVATE ${test_LIBRARIES} GTest::gmock GTest::gtest)
+  target_link_libraries(${target} PRIVATE ${test_LIBRARIES} GTest::gtest_main GTest::gmock GTest::gtest)
   if(NOT CMAKE_CROSSCOMPILING)
     gtest_discover_tests(${target}
       TEST_PREFIX "${test_LABEL}."
