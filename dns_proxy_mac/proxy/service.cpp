@@ -19,6 +19,8 @@ namespace {
 constexpr char kListenAddress[] = "127.0.0.1";
 constexpr int kListenPort = 53;
 
+static_assert(FD_SETSIZE == 1024, "a read set has a bit for each descriptor below 1024");
+
 // Non-zero when it failed. No socket option is set beforehand: two services on one port are
 // refused.
 int BindToListenAddress(int sock) {

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include <cstddef>
 #include <cstring>
 
 namespace {

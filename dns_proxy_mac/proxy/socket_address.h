@@ -6,6 +6,16 @@
 #include <sys/socket.h>
 #include <sys/types.h>
 
+#include <cstddef>
+
+// What the address lengths and the family tests of this service rest on.
+static_assert(sizeof(sockaddr) == 16 && sizeof(sockaddr_in) == 16);
+static_assert(AF_INET == 2);
+#if defined(__APPLE__)
+static_assert(offsetof(sockaddr_in, sin_family) == 1 && offsetof(sockaddr_in6, sin6_family) == 1);
+static_assert(AF_INET6 == 30);
+#endif
+
 // The space that the receive call is offered for a sender's address: 28 bytes, though the service's
 // sockets are IPv4 and 16 suffice. Zero-filled beforehand, so that what the call leaves reads as
 // zero.
