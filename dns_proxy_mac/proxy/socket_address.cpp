@@ -15,11 +15,30 @@ ReceivedAddress Widened(const Address& address) {
   return widened;
 }
 
+// `value` in decimal at `end`, without leading zeros; the new end.
+char* AppendDecimal(char* end, unsigned char value) {
+  if (value >= 100) {
+    *end++ = static_cast<char>('0' + value / 100);
+  }
+  if (value >= 10) {
+    *end++ = static_cast<char>('0' + value / 10 % 10);
+  }
+  *end++ = static_cast<char>('0' + value % 10);
+  return end;
+}
+
+// By hand: inet_ntop prints the four numbers through sprintf, which every query would pay for.
 AddressText Ipv4Text(const ReceivedAddress& address) {
-  sockaddr_in ipv4;
-  std::memcpy(&ipv4, &address, sizeof(ipv4));
+  unsigned char bytes[4];
+  std::memcpy(bytes, reinterpret_cast<const char*>(&address) + offsetof(sockaddr_in, sin_addr),
+              sizeof(bytes));
   AddressText result;
-  inet_ntop(AF_INET, &ipv4.sin_addr, result.text, INET_ADDRSTRLEN);
+  char* end = result.text;
+  for (const unsigned char byte : bytes) {
+    end = AppendDecimal(end, byte);
+    *end++ = '.';
+  }
+  end[-1] = '\0';
   return result;
 }
 
