@@ -25,7 +25,7 @@ bool IsReverseLookup(const char* domain) { return std::strstr(domain, ".in-addr.
 bool RecvAndProcessPacketsFromLocalApps(int sock) {
   const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kQuery);
   char domain[kDomainTextSize] = {};
-  unsigned char query[kMaxMessageSize] = {};
+  unsigned char query[kMaxMessageSize];  // nothing reads behind what was received
   ReceivedAddress sender = {};
   socklen_t senderLength = sizeof(sender);
 
@@ -87,7 +87,9 @@ bool RecvAndProcessPacketsFromLocalApps(int sock) {
   request->bFlag = false;
 
   std::memcpy(query, &id, sizeof(id));
-  std::memcpy(request->QueryBuf, query, sizeof(request->QueryBuf));
+  const auto received = static_cast<std::size_t>(length);
+  std::memcpy(request->QueryBuf, query, received);
+  std::memset(request->QueryBuf + received, 0, sizeof(request->QueryBuf) - received);
   request->iQueryLen = length;
 
   // When the identifier still belongs to a pending request this one is dropped, and the dispatch

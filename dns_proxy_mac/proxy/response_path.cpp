@@ -37,7 +37,7 @@ int ByteFromEnd(const unsigned char* answer, int length, int back) {
 
 bool RecvAndProcessPacketsFromDNSServer(int sock) {
   const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kAnswer);
-  unsigned char answer[kMaxMessageSize] = {};
+  unsigned char answer[kMaxMessageSize];  // nothing reads behind what was received
   ReceivedAddress sender = {};
   socklen_t senderLength = sizeof(sender);
 
