@@ -36,11 +36,8 @@ void AnswerFromHostMap(unsigned short id, const RequestTable::Position& position
   const int length =
       MakeHostAnswer(answer, request.iQueryLen, record, request.AppQueryID, request.QueryType);
 
-  unsigned char address[4];
-  static_assert(sizeof(address) == sizeof(record.Address));
-  std::memcpy(address, reinterpret_cast<const unsigned char*>(&record) + 12, sizeof(address));
-  TRACE("TryNextDNSQueryMethod", " find %s from hostmap, ip:%d.%d.%d.%d, req id:%d\n",
-        request.strDomain.c_str(), address[0], address[1], address[2], address[3], id);
+  TRACE("TryNextDNSQueryMethod", " find %s from hostmap, ip:%s, req id:%d\n",
+        request.strDomain.c_str(), Ipv4Text(record.Address).text, id);
 
   if (SendDatagram(g_SockToClientApps, answer, length, request.ClientAddr) == -1) {
     TRACE("TryNextDNSQueryMethod", "DNS service: sendto for host map failed\n");

@@ -27,19 +27,10 @@ char* AppendDecimal(char* end, unsigned char value) {
   return end;
 }
 
-// By hand: inet_ntop prints the four numbers through sprintf, which every query would pay for.
-AddressText Ipv4Text(const ReceivedAddress& address) {
-  unsigned char bytes[4];
-  std::memcpy(bytes, reinterpret_cast<const char*>(&address) + offsetof(sockaddr_in, sin_addr),
-              sizeof(bytes));
-  AddressText result;
-  char* end = result.text;
-  for (const unsigned char byte : bytes) {
-    end = AppendDecimal(end, byte);
-    *end++ = '.';
-  }
-  end[-1] = '\0';
-  return result;
+in_addr_t Ipv4AddressOf(const ReceivedAddress& address) {
+  sockaddr_in ipv4;
+  std::memcpy(&ipv4, &address, sizeof(ipv4));
+  return ipv4.sin_addr.s_addr;
 }
 
 AddressText Ipv6Text(const ReceivedAddress& address) {
@@ -50,9 +41,23 @@ AddressText Ipv6Text(const ReceivedAddress& address) {
 
 }  // namespace
 
+// By hand: inet_ntop prints the four numbers through sprintf, which every query would pay for.
+AddressText Ipv4Text(in_addr_t address) {
+  unsigned char bytes[sizeof(address)];
+  std::memcpy(bytes, &address, sizeof(bytes));
+  AddressText result;
+  char* end = result.text;
+  for (const unsigned char byte : bytes) {
+    end = AppendDecimal(end, byte);
+    *end++ = '.';
+  }
+  end[-1] = '\0';
+  return result;
+}
+
 AddressText ApplicationText(const ReceivedAddress& address) {
   if (address.sin6_family == AF_INET) {
-    return Ipv4Text(address);
+    return Ipv4Text(Ipv4AddressOf(address));
   }
   if (address.sin6_family == AF_INET6) {
     return Ipv6Text(address);
@@ -61,7 +66,7 @@ AddressText ApplicationText(const ReceivedAddress& address) {
 }
 
 AddressText ServerText(const ReceivedAddress& address) {
-  return address.sin6_family == AF_INET ? Ipv4Text(address) : Ipv6Text(address);
+  return address.sin6_family == AF_INET ? Ipv4Text(Ipv4AddressOf(address)) : Ipv6Text(address);
 }
 
 AddressText ServerText(const sockaddr_in& address) { return ServerText(Widened(address)); }

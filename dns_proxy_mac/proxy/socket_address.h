@@ -28,6 +28,9 @@ struct AddressText {
   char text[kAddressTextSize] = {};
 };
 
+// An IPv4 address (network byte order) in dotted decimal.
+AddressText Ipv4Text(in_addr_t address);
+
 // An application's address as text: IPv4, IPv6, or empty for any other family.
 AddressText ApplicationText(const ReceivedAddress& address);
 

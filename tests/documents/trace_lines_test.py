@@ -21,8 +21,8 @@ def text_of(literals):
 
 def shape(text):
     """The text with its conversions alike: a value may be written by another conversion than the
-    one that the line is known by."""
-    return re.sub(r"%[sdu]", "%", text)
+    one that the line is known by, and the four numbers of an address by one."""
+    return re.sub(r"%[sdu]", "%", text).replace("%.%.%.%", "%")
 
 
 def written_lines(repository):
