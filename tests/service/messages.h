@@ -1,0 +1,103 @@
+// Messages as the tests of the running service speak of them.
+#ifndef TESTS_SERVICE_MESSAGES_H_
+#define TESTS_SERVICE_MESSAGES_H_
+
+#include <string>
+
+#include "tests/support/dns_message_builder.h"
+
+namespace service {
+
+using support::Bytes;
+
+inline constexpr unsigned short kTypeA = 1;
+inline constexpr unsigned short kTypeTxt = 16;
+inline constexpr unsigned short kTypeAaaa = 28;
+inline constexpr unsigned short kClassInternet = 1;
+inline constexpr unsigned short kRecursionDesired = 0x0100;
+
+// A question as a resolver library sends it.
+inline Bytes Query(unsigned short id, const std::string& name, unsigned short type = kTypeA) {
+  return support::DnsMessageBuilder()
+      .Id(id)
+      .Flags(kRecursionDesired)
+      .Question(name, type, kClassInternet)
+      .Build();
+}
+
+// `message` with its first two bytes replaced. `id` is written big-endian.
+inline Bytes UnderId(Bytes message, unsigned short id) {
+  message.at(0) = static_cast<unsigned char>(id >> 8);
+  message.at(1) = static_cast<unsigned char>(id & 0xFF);
+  return message;
+}
+
+// `message` under an identifier of the service's own, which travels in machine order.
+inline Bytes UnderProxyId(Bytes message, unsigned short id) {
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(&id);
+  message.at(0) = bytes[0];
+  message.at(1) = bytes[1];
+  return message;
+}
+
+// The header and the question of an answer to `query`, which holds those two and nothing else.
+inline support::DnsMessageBuilder BeginAnswerTo(const Bytes& query, unsigned short flags) {
+  support::DnsMessageBuilder answer;
+  answer.Id(static_cast<unsigned short>(query.at(0) << 8 | query.at(1)))
+      .Flags(flags)
+      .QuestionCount(1)
+      .Raw(Bytes(query.begin() + 12, query.end()));
+  return answer;
+}
+
+// The answer to `query` with one A record.
+inline Bytes AnswerTo(const Bytes& query, const Bytes& address) {
+  return BeginAnswerTo(query, 0x8180).Answer(kTypeA, address).Build();
+}
+
+// The answer to `query` with this response code and no record.
+inline Bytes EmptyAnswerTo(const Bytes& query, unsigned char responseCode) {
+  return BeginAnswerTo(query, static_cast<unsigned short>(0x8180 | responseCode)).Build();
+}
+
+// `message` with bytes 6 and 7, the answer count.
+inline Bytes WithAnswerCountBytes(Bytes message, unsigned char high, unsigned char low) {
+  message.at(6) = high;
+  message.at(7) = low;
+  return message;
+}
+
+inline Bytes WithQuestionCount(Bytes message, unsigned short count) {
+  message.at(4) = static_cast<unsigned char>(count >> 8);
+  message.at(5) = static_cast<unsigned char>(count & 0xFF);
+  return message;
+}
+
+// What the service makes up for a name that no method knows: the header is its own, the rest the
+// query's.
+inline Bytes NoSuchName(const Bytes& query) {
+  Bytes response = query;
+  const unsigned char header[] = {0x80, 0x03, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+  for (std::size_t i = 0; i < sizeof(header); ++i) {
+    response.at(2 + i) = header[i];
+  }
+  return response;
+}
+
+// What the service makes up for a name of the host map: the query with QR set, RCODE cleared, the
+// answer count and the record behind it.
+inline Bytes HostAnswer(const Bytes& query, unsigned short type, const Bytes& address) {
+  Bytes response = query;
+  response.at(2) |= 0x80;
+  response.at(3) &= 0xF0;
+  response.at(6) = 0x00;
+  response.at(7) = type == kTypeAaaa ? 0x02 : 0x01;
+  const Bytes record = {0xC0, 0x0C, 0x00, 0x01, 0x00, 0x01, 0x00, 0x01, 0x51, 0x80, 0x00, 0x04};
+  response.insert(response.end(), record.begin(), record.end());
+  response.insert(response.end(), address.begin(), address.end());
+  return response;
+}
+
+}  // namespace service
+
+#endif  // TESTS_SERVICE_MESSAGES_H_

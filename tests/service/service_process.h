@@ -1,0 +1,84 @@
+// StartDnsSrv in a process of its own.
+#ifndef TESTS_SERVICE_SERVICE_PROCESS_H_
+#define TESTS_SERVICE_SERVICE_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/support/trace_capture.h"
+
+namespace service {
+
+// What the service is started with.
+struct Plan {
+  std::vector<std::string> servers = {};
+  std::vector<std::pair<std::string, std::string>> hostMaps = {};
+
+  // Run in the service's process just before the call.
+  std::function<void()> beforeTheCall = {};
+
+  // Off: the trace goes nowhere, for tests with very many queries.
+  bool traced = true;
+};
+
+// How the process stood when the call had returned.
+struct Outcome {
+  bool result;
+  bool applicationSocketOpen;
+  bool serverSocketOpen;
+  std::size_t methods;  // in g_DnsMethodList
+};
+
+// The service's process: one call of StartDnsSrv. After the call's return it lingers, so that
+// threads which outlive the call can be watched, and leaves with _exit when this object goes.
+class ServiceProcess {
+ public:
+  explicit ServiceProcess(const Plan& plan);
+
+  // Ends the process. The test fails if it has ended by itself before, which is what a crash or a
+  // sanitizer's report comes to.
+  ~ServiceProcess();
+
+  ServiceProcess(const ServiceProcess&) = delete;
+  ServiceProcess& operator=(const ServiceProcess&) = delete;
+
+  // Waits until the service can be asked: what is sent from the bind on waits for the query thread.
+  void WaitUntilStarted() const;
+
+  // Waits until the call has returned.
+  Outcome WaitForReturn() const;
+  bool HasReturned() const;
+
+  // The threads of the process, those of a sanitizer's runtime included.
+  int Threads() const;
+
+  // Everything traced so far.
+  support::TraceLines Trace() const;
+
+  // Waits until the trace holds `line` (see TraceLineMatches) at least `times` times.
+  bool Traces(const std::string& line, int times = 1) const;
+
+  // Sends one worker a signal that it handles.
+  void InterruptAnswerThread() const;
+  void InterruptQueryThread() const;
+
+ private:
+  struct Report;
+
+  [[noreturn]] void Run(const Plan& plan, int leave) const;
+  bool HasEnded() const;
+
+  pid_t pid_;
+  int trace_;       // a file in memory
+  int control_;     // its closing ends the lingering
+  Report* report_;  // shared with the process
+};
+
+}  // namespace service
+
+#endif  // TESTS_SERVICE_SERVICE_PROCESS_H_

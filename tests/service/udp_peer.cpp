@@ -1,0 +1,92 @@
+#include "tests/service/udp_peer.h"
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+#include "tests/service/patience.h"
+#include "tests/support/socket_addresses.h"
+
+namespace service {
+
+namespace {
+
+// Longer than any datagram of the service's, so that nothing is cut unseen.
+constexpr std::size_t kReceiveSpace = 65536;
+
+// The test's side never drops a datagram for want of space. (The batches of the tests are small
+// enough for the service's own sockets, which have the system's ordinary space.)
+constexpr int kReceiveBuffer = 4 * 1024 * 1024;
+
+sockaddr_in ServiceAddress() { return support::Ipv4Address("127.0.0.1", 53); }
+
+}  // namespace
+
+UdpPeer::UdpPeer(const char* address, unsigned short port)
+    : sock_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+  const sockaddr_in own = support::Ipv4Address(address, port);
+  if (bind(sock_, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) != 0) {
+    std::perror(address);
+    std::abort();
+  }
+  setsockopt(sock_, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer));
+}
+
+UdpPeer::~UdpPeer() { close(sock_); }
+
+void UdpPeer::Send(const Bytes& bytes, const sockaddr_in& to) const {
+  const ssize_t sent = sendto(sock_, bytes.data(), bytes.size(), 0,
+                              reinterpret_cast<const sockaddr*>(&to), sizeof(to));
+  EXPECT_EQ(sent, static_cast<ssize_t>(bytes.size())) << "errno " << errno;
+}
+
+std::optional<Datagram> UdpPeer::Receive() const {
+  pollfd wait{sock_, POLLIN, 0};
+  const auto patience = std::chrono::milliseconds(kPatience).count();
+  if (poll(&wait, 1, static_cast<int>(patience)) != 1) {
+    ADD_FAILURE() << "no datagram came";
+    return std::nullopt;
+  }
+  return Arrived();
+}
+
+std::optional<Datagram> UdpPeer::Arrived() const {
+  static unsigned char space[kReceiveSpace];
+  Datagram datagram{};
+  socklen_t length = sizeof(datagram.from);
+  const ssize_t count = recvfrom(sock_, space, sizeof(space), MSG_DONTWAIT,
+                                 reinterpret_cast<sockaddr*>(&datagram.from), &length);
+  if (count < 0) {
+    return std::nullopt;
+  }
+  datagram.bytes.assign(space, space + count);
+  return datagram;
+}
+
+void Application::Asks(const Bytes& query) const { Send(query, ServiceAddress()); }
+
+Bytes Application::Hears() const {
+  const std::optional<Datagram> heard = Receive();
+  if (!heard) {
+    return {};
+  }
+  EXPECT_EQ(support::BytesOf(heard->from), support::BytesOf(ServiceAddress()))
+      << "an answer that does not come from where the query went";
+  return heard->bytes;
+}
+
+Bytes Server::IsAsked() {
+  const std::optional<Datagram> query = Receive();
+  if (!query) {
+    return {};
+  }
+  asker_ = query->from;
+  return query->bytes;
+}
+
+}  // namespace service
