@@ -84,18 +84,17 @@ TEST_F(Forwarding, TheAnswerCountDecidesWhetherAnAnswerIsRelayed) {
     unsigned char high, low;
     bool relayed;
   } cases[] = {
-      {0x00, 0x00, false}, {0x00, 0x01, true}, {0x00, 0x7F, true},  {0x00, 0x80, false},
-      {0x00, 0xFF, false}, {0x01, 0x00, true}, {0x01, 0x80, false}, {0x80, 0x00, true},
+      {0x00, 0x00, false}, {0x00, 0x01, true},  {0x00, 0x7F, true},  {0x00, 0x80, false},
+      {0x00, 0xFF, false}, {0x01, 0x00, true},  {0x01, 0x80, false}, {0x80, 0x00, true},
       {0xFF, 0x7F, true},  {0xFF, 0xFF, false},
   };
   for (const auto& test : cases) {
-    SCOPED_TRACE(testing::Message() << "answer count bytes " << int{test.high} << ' '
-                                    << int{test.low});
+    SCOPED_TRACE(testing::Message()
+                 << "answer count bytes " << int{test.high} << ' ' << int{test.low});
     const Application application;
     application.Asks(Query(0x4444, "count.example"));
     const Bytes forwarded = first.IsAsked();
-    const Bytes answer =
-        WithAnswerCountBytes(AnswerTo(forwarded, kAddress), test.high, test.low);
+    const Bytes answer = WithAnswerCountBytes(AnswerTo(forwarded, kAddress), test.high, test.low);
     first.Answers(answer);
     if (test.relayed) {
       EXPECT_EQ(application.Hears(), UnderId(answer, 0x4444));

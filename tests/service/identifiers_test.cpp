@@ -42,8 +42,7 @@ TEST_F(Identifiers, OfTheApplicationAreGivenBackAsTheyCame) {
     EXPECT_EQ(application.Hears(), UnderId(answer, id));
 
     application.Asks(Query(id, "mapped.example"));
-    EXPECT_EQ(application.Hears(),
-              HostAnswer(Query(id, "mapped.example"), kTypeA, {10, 1, 2, 3}));
+    EXPECT_EQ(application.Hears(), HostAnswer(Query(id, "mapped.example"), kTypeA, {10, 1, 2, 3}));
 
     application.Asks(Query(id, "1.2.0.192.in-addr.arpa"));
     EXPECT_EQ(application.Hears(), NoSuchName(Query(id, "1.2.0.192.in-addr.arpa")));

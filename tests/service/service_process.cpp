@@ -200,12 +200,13 @@ support::TraceLines ServiceProcess::Trace() const {
 
 bool ServiceProcess::Traces(const std::string& line, int times) const {
   return Eventually([&] {
-    const support::TraceLines lines = Trace();
-    return HasEnded() ||
-           std::count_if(lines.begin(), lines.end(), [&line](const std::string& actual) {
-             return support::TraceLineMatches(line, actual);
-           }) >= times;
-  }) && !HasEnded();
+           const support::TraceLines lines = Trace();
+           return HasEnded() ||
+                  std::count_if(lines.begin(), lines.end(), [&line](const std::string& actual) {
+                    return support::TraceLineMatches(line, actual);
+                  }) >= times;
+         }) &&
+         !HasEnded();
 }
 
 void ServiceProcess::InterruptAnswerThread() const {

@@ -49,9 +49,10 @@ class ServiceTest : public testing::Test {
     const Bytes marker(static_cast<std::size_t>(kFirstMarker + markers_), 0);
     stranger.Send(marker, asker);
     ++markers_;
-    EXPECT_TRUE(Process().Traces("func: RecvAndProcessPacketsFromDNSServer(line:%d) "
-                                 "FromDNSServer: recv " +
-                                 std::to_string(marker.size()) + " data from 127.0.0.99"));
+    EXPECT_TRUE(
+        Process().Traces("func: RecvAndProcessPacketsFromDNSServer(line:%d) "
+                         "FromDNSServer: recv " +
+                         std::to_string(marker.size()) + " data from 127.0.0.99"));
   }
 
  private:

@@ -44,8 +44,7 @@ void RefuseThread(int which) {
   static std::unique_ptr<
       support::Failing<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>>
       refusal;
-  refusal.reset(
-      new support::Failing(support::platform::pthread_create, which, EAGAIN, EAGAIN));
+  refusal.reset(new support::Failing(support::platform::pthread_create, which, EAGAIN, EAGAIN));
 }
 
 TEST_F(StartUp, BindsListsAndStartsInThisOrder) {
@@ -123,9 +122,9 @@ TEST_F(StartUp, FailsWhenNoDescriptorIsLeftForTheSecondSocketAndLeavesTheFirstOp
 }
 
 TEST_F(StartUp, FailsWhenTheAnswerThreadIsRefusedAndLeavesSocketsAndMethods) {
-  Start({.servers = {"127.0.0.2"},
-         .hostMaps = {{"a.example", "10.0.0.1"}},
-         .beforeTheCall = [] { RefuseThread(1); }});
+  Start({.servers = {"127.0.0.2"}, .hostMaps = {{"a.example", "10.0.0.1"}}, .beforeTheCall = [] {
+           RefuseThread(1);
+         }});
   const Outcome outcome = Process().WaitForReturn();
   EXPECT_FALSE(outcome.result);
   EXPECT_TRUE(outcome.applicationSocketOpen);

@@ -15,8 +15,7 @@ class TraceOfAFlow : public ServiceTest {
  protected:
   void Serve(const Plan& plan) {
     ServiceTest::Serve(plan);
-    ASSERT_TRUE(
-        Process().Traces("func: StartDnsSrv(line:%d) pthread_create thread_query success"));
+    ASSERT_TRUE(Process().Traces("func: StartDnsSrv(line:%d) pthread_create thread_query success"));
     seen_ = Process().Trace().size();
   }
 

@@ -77,8 +77,8 @@ TEST_F(WorkerEnd, OfTheQueryThreadByAnUnservableDatagramIsSilentAndTheCallDoesNo
     const int threads = Process().Threads();
     const Application application;
     application.Asks(test.datagram);
-    EXPECT_TRUE(Process().Traces(
-        std::string("func: RecvAndProcessPacketsFromLocalApps(line:%d)") + test.lastLine));
+    EXPECT_TRUE(Process().Traces(std::string("func: RecvAndProcessPacketsFromLocalApps(line:%d)") +
+                                 test.lastLine));
     ExpectNoQueryThread(threads);
     EXPECT_TRUE(application.HasHeardNothing());
   }
