@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 namespace benchmarks {
 namespace {
@@ -34,19 +35,24 @@ Message MakeQuery(const std::string& name, std::uint16_t id) {
   return message;
 }
 
+int TurnIntoResponse(unsigned char* message, int length) {
+  constexpr unsigned char kRecord[] = {
+      0xC0, 0x0C,             // the name: that of the question
+      0,    1,    0,   1,     // A, IN
+      0,    0,    1,   0x2C,  // 300 seconds to live
+      0,    4,    192, 0,    2, 7,
+  };
+  message[2] = 0x81;  // QR, RD
+  message[3] = 0x80;  // RA, no error
+  message[7] = 1;     // one answer
+  std::memcpy(message + length, kRecord, sizeof(kRecord));
+  return length + static_cast<int>(sizeof(kRecord));
+}
+
 Message MakeResponse(const Message& query) {
   Message message = query;
-  message[2] = 0x81;          // QR, RD
-  message[3] = 0x80;          // RA, no error
-  message[7] = 1;             // one answer
-  Append16(message, 0xC00C);  // the name: that of the question
-  Append16(message, 1);       // A
-  Append16(message, 1);       // IN
-  Append16(message, 0);
-  Append16(message, 300);  // seconds to live, 32 bits
-  Append16(message, 4);
-  Append16(message, 0xC000);  // 192.0.2.7
-  Append16(message, 0x0207);
+  message.resize(query.size() + 16);
+  TurnIntoResponse(message.data(), static_cast<int>(query.size()));
   return message;
 }
 

@@ -1,0 +1,29 @@
+// The service in a process of its own, as a host runs it: 100 host mappings and one server.
+//
+//   service [--trace-off]
+//
+// --trace-off: standard output is opened for reading, so that every printf is refused before it
+// formats anything.
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "benchmarks/support/loopback_socket.h"
+#include "benchmarks/support/messages.h"
+#include "dns_proxy_mac/proxy/dns_proxy.h"
+
+int main(int argc, char** argv) {
+  if (argc > 1 && std::strcmp(argv[1], "--trace-off") == 0 &&
+      std::freopen("/dev/null", "r", stdout) == nullptr) {
+    benchmarks::Fail("/dev/null");
+  }
+  std::vector<std::pair<std::string, std::string>> mappings;
+  for (int i = 1; i < 100; ++i) {
+    mappings.emplace_back("host" + std::to_string(i) + ".example.com", "192.0.2.1");
+  }
+  mappings.emplace_back(benchmarks::kMappedName, benchmarks::kMappedAddress);
+  StartDnsSrv({"127.0.0.2"}, mappings);
+  return 1;  // it ends only when it fails
+}
