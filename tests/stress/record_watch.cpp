@@ -1,0 +1,83 @@
+#include "tests/stress/record_watch.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+#include "dns_proxy_mac/proxy/dns_request.h"
+
+namespace {
+
+// Relaxed: counting must not order what the threads under test do.
+std::atomic<long> made{0};
+std::atomic<long> freed{0};
+
+// In front of each block, because a delete expression need not say a size.
+struct alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) BlockHead {
+  std::size_t size;
+  std::size_t state;
+};
+constexpr std::size_t kAlive = 0xA11FE;
+constexpr std::size_t kFreed = 0xDEAD;
+
+// What a freed record is filled with, so that a late reader sees no record in it.
+constexpr int kFreedByte = 0xDD;
+
+void* Allocate(std::size_t size) noexcept {
+  auto* const head = static_cast<BlockHead*>(std::malloc(sizeof(BlockHead) + size));
+  if (head == nullptr) {
+    return nullptr;
+  }
+  *head = {size, kAlive};
+  if (size == sizeof(DnsRequest)) {
+    made.fetch_add(1, std::memory_order_relaxed);
+  }
+  return head + 1;
+}
+
+void* AllocateOrThrow(std::size_t size) {
+  if (void* const block = Allocate(size)) {
+    return block;
+  }
+  throw std::bad_alloc();
+}
+
+void Release(void* block) noexcept {
+  if (block == nullptr) {
+    return;
+  }
+  BlockHead* const head = static_cast<BlockHead*>(block) - 1;
+  if (head->state != kAlive) {
+    std::fputs("a block is freed that is not alive\n", stderr);
+    std::abort();
+  }
+  head->state = kFreed;
+  if (head->size == sizeof(DnsRequest)) {
+    freed.fetch_add(1, std::memory_order_relaxed);
+    std::memset(block, kFreedByte, head->size);
+  }
+  std::free(head);
+}
+
+}  // namespace
+
+namespace stress {
+
+long RecordsMade() { return made.load(std::memory_order_relaxed); }
+long RecordsFreed() { return freed.load(std::memory_order_relaxed); }
+
+}  // namespace stress
+
+void* operator new(std::size_t size) { return AllocateOrThrow(size); }
+void* operator new[](std::size_t size) { return AllocateOrThrow(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
+void operator delete(void* block) noexcept { Release(block); }
+void operator delete[](void* block) noexcept { Release(block); }
+void operator delete(void* block, std::size_t) noexcept { Release(block); }
+void operator delete[](void* block, std::size_t) noexcept { Release(block); }
+void operator delete(void* block, const std::nothrow_t&) noexcept { Release(block); }
+void operator delete[](void* block, const std::nothrow_t&) noexcept { Release(block); }

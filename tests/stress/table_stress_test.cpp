@@ -1,0 +1,378 @@
+// The table alone: workers inside a Pass, and a third thread that only removes, over identifiers so
+// few that they meet in every round.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <random>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "dns_proxy_mac/proxy/request_table.h"
+#include "tests/stress/record_watch.h"
+#include "tests/stress/size_of_runs.h"
+
+namespace stress {
+namespace {
+
+using Pass = PendingRequests::Pass;
+using Position = RequestTable::Position;
+
+// Too long for the string's own space: the text lies in a block that is freed with the record.
+std::string NameOf(int stamp) { return "record-number-" + std::to_string(stamp) + ".example"; }
+
+// A record whose every part can be told from its stamp.
+std::unique_ptr<DnsRequest> MakeRecord(int id, int stamp) {
+  std::unique_ptr<DnsRequest> record(new DnsRequest);
+  record->QueryID = static_cast<unsigned short>(id);
+  record->AppQueryID = static_cast<unsigned short>(stamp);
+  record->CurrentDNSMethodIndex = 0;
+  record->iRecvLen = stamp;
+  record->ClientAddr = {};
+  std::memset(record->QueryBuf, stamp & 0xFF, sizeof(record->QueryBuf));
+  record->iQueryLen = stamp;
+  record->strDomain = NameOf(stamp);
+  record->QueryType = 1;
+  record->QueryClass = 1;
+  record->vecDnsMethods.assign(2, HostMapMethod());
+  record->bFlag = false;
+  return record;
+}
+
+// True if `record` is one of MakeRecord's for `id`, whole: what a record in another worker's hands,
+// freed or half made, is not.
+bool IsWhole(const DnsRequest& record, int id) {
+  const int stamp = record.iRecvLen;
+  const auto byte = static_cast<unsigned char>(stamp & 0xFF);
+  return record.QueryID == id && record.AppQueryID == static_cast<unsigned short>(stamp) &&
+         record.iQueryLen == stamp && record.QueryBuf[0] == byte &&
+         record.QueryBuf[sizeof(record.QueryBuf) - 1] == byte &&
+         record.strDomain == NameOf(stamp) && record.vecDnsMethods.size() == 2;
+}
+
+struct Meeting {
+  int identifiers;
+  bool withRemover;
+};
+
+std::ostream& operator<<(std::ostream& out, const Meeting& meeting) {
+  return out << meeting.identifiers << " identifiers"
+             << (meeting.withRemover ? " and a third thread that removes" : "");
+}
+
+// Each thread works until the slowest has done its share, so that they overlap all the time.
+class Shares {
+ public:
+  Shares(std::size_t threads, long share) : done_(threads), share_(share) {}
+
+  // Counts one round of `thread`; false when everybody has done enough.
+  bool Another(std::size_t thread) {
+    done_[thread].fetch_add(1, std::memory_order_relaxed);
+    return std::any_of(done_.begin(), done_.end(), [this](const std::atomic<long>& done) {
+      return done.load(std::memory_order_relaxed) <= share_;
+    });
+  }
+
+ private:
+  std::vector<std::atomic<long>> done_;
+  long share_;
+};
+
+class TableStressTest : public testing::TestWithParam<Meeting> {
+ protected:
+  // A worker's looks at a record it has found. Everything it read has to belong together.
+  void LookAt(const Position& position, int id, std::atomic<long>& torn, std::atomic<long>& found) {
+    found.fetch_add(1, std::memory_order_relaxed);
+    if (!IsWhole(*position->second, id)) {
+      torn.fetch_add(1, std::memory_order_relaxed);
+    }
+    AdvanceMethodIndex(*position->second);
+    const std::size_t method = MethodIndex(*position->second) % 2;
+    if (position->second->vecDnsMethods[method].iDNSMethodType != DNS_METHOD_HOSTMAP) {
+      torn.fetch_add(1, std::memory_order_relaxed);
+    }
+  }
+
+  RequestTable table_;
+};
+
+TEST_P(TableStressTest, EveryRecordIsWholeWhileItIsHeldAndFreedOnce) {
+  const Meeting meeting = GetParam();
+  const long aliveBefore = RecordsAlive();
+  const long madeBefore = RecordsMade();
+  std::atomic<long> torn{0};
+  std::atomic<long> foundByQuery{0};
+  std::atomic<long> foundByAnswer{0};
+  Shares shares(meeting.withRemover ? 3 : 2, Sized(2'000'000));
+
+  std::thread query([&] {
+    std::minstd_rand random(1);
+    int stamp = 0;
+    do {
+      const Pass pass(table_.mapRequests, Worker::kQuery);
+      const int id = static_cast<int>(random() % static_cast<unsigned>(meeting.identifiers));
+      table_.Add(MakeRecord(id, ++stamp));  // refused when the identifier is taken
+      Position position;
+      if (!table_.Find(static_cast<unsigned short>(id), position)) {
+        continue;
+      }
+      LookAt(position, id, torn, foundByQuery);
+      switch (random() % 4) {
+        case 0:  // as the dispatch does after a host-map miss
+          if (Position again; table_.Find(static_cast<unsigned short>(id), again)) {
+            LookAt(again, id, torn, foundByQuery);
+            table_.Delete(again);
+          }
+          break;
+        case 1:
+          table_.Delete(position);
+          break;
+        case 2:
+          table_.Delete(static_cast<unsigned short>(id));
+          break;
+        default:
+          break;  // left to the others
+      }
+    } while (shares.Another(0));
+  });
+  std::thread answer([&] {
+    std::minstd_rand random(2);
+    do {
+      const Pass pass(table_.mapRequests, Worker::kAnswer);
+      const int id = static_cast<int>(random() % static_cast<unsigned>(meeting.identifiers));
+      Position position;
+      if (!table_.Find(static_cast<unsigned short>(id), position)) {
+        continue;
+      }
+      LookAt(position, id, torn, foundByAnswer);
+      if (random() % 4 == 0) {
+        const int other = (id + 1) % meeting.identifiers;
+        if (Position next; table_.Find(static_cast<unsigned short>(other), next)) {
+          LookAt(next, other, torn, foundByAnswer);
+          table_.Delete(next);
+        }
+        continue;
+      }
+      if (random() % 2 == 0) {
+        table_.Delete(position);
+      }
+      // The record is this worker's to look at until it lets go, though it may be removed by now;
+      // but not after its own Delete.
+    } while (shares.Another(1));
+  });
+  std::thread remover;
+  if (meeting.withRemover) {
+    remover = std::thread([&] {
+      std::minstd_rand random(3);
+      do {
+        const auto id =
+            static_cast<unsigned short>(random() % static_cast<unsigned>(meeting.identifiers));
+        unsigned short application = 0;
+        sockaddr address = {};
+        switch (random() % 8) {
+          case 0:
+            table_.Clear();
+            break;
+          case 1:
+            table_.Delete(id, application, address);
+            break;
+          case 2:
+            if (table_.mapRequests.size() > static_cast<std::size_t>(meeting.identifiers)) {
+              torn.fetch_add(1, std::memory_order_relaxed);
+            }
+            break;
+          default:
+            table_.Delete(id);
+            break;
+        }
+      } while (shares.Another(2));
+    });
+  }
+  query.join();
+  answer.join();
+  if (remover.joinable()) {
+    remover.join();
+  }
+
+  table_.Clear();
+  EXPECT_EQ(torn.load(), 0);
+  EXPECT_GT(foundByQuery.load(), 0);
+  EXPECT_GT(foundByAnswer.load(), 0) << "the workers never met: nothing was tested";
+  EXPECT_EQ(RecordsAlive(), aliveBefore) << "of " << RecordsMade() - madeBefore << " records";
+}
+
+INSTANTIATE_TEST_SUITE_P(Meetings, TableStressTest,
+                         testing::Values(Meeting{1, false}, Meeting{1, true}, Meeting{4, false},
+                                         Meeting{4, true}, Meeting{700, true}),
+                         [](const testing::TestParamInfo<Meeting>& meeting) {
+                           return std::to_string(meeting.param.identifiers) + "Identifiers" +
+                                  (meeting.param.withRemover ? "AndARemover" : "");
+                         });
+
+// With one thread nothing may linger: what Delete and Clear remove is freed when they return.
+class OneThreadTest : public testing::Test {
+ protected:
+  RequestTable table_;
+  long aliveBefore_ = RecordsAlive();
+};
+
+TEST_F(OneThreadTest, EveryFormOfDeleteHasFreedTheRecordOnReturn) {
+  for (int form = 0; form < 4; ++form) {
+    table_.Add(MakeRecord(7, 1));
+    ASSERT_EQ(RecordsAlive(), aliveBefore_ + 1);
+    Position position;
+    ASSERT_TRUE(table_.Find(7, position));
+    switch (form) {
+      case 0:
+        table_.Delete(7);
+        break;
+      case 1:
+        table_.Delete(position);
+        break;
+      case 2: {
+        DnsRequest copy;
+        EXPECT_TRUE(table_.Delete(7, copy));
+        EXPECT_TRUE(IsWhole(copy, 7));
+        break;
+      }
+      default: {
+        unsigned short application = 0;
+        sockaddr address = {};
+        EXPECT_TRUE(table_.Delete(7, application, address));
+        EXPECT_EQ(application, 1);
+        break;
+      }
+    }
+    EXPECT_EQ(RecordsAlive(), aliveBefore_) << "form " << form;
+  }
+}
+
+TEST_F(OneThreadTest, DeleteHasFreedTheRecordThatItsOwnPassHolds) {
+  const Pass pass(table_.mapRequests, Worker::kQuery);
+  for (int stamp = 0; stamp < 1000; ++stamp) {
+    table_.Add(MakeRecord(7, stamp));
+    Position position;
+    ASSERT_TRUE(table_.Find(7, position));
+    ASSERT_TRUE(table_.Find(7, position));
+    if (stamp % 2 == 0) {
+      table_.Delete(position);
+    } else {
+      table_.Delete(7);
+    }
+    ASSERT_EQ(RecordsAlive(), aliveBefore_);
+  }
+}
+
+TEST_F(OneThreadTest, ClearHasFreedEveryRecordOnReturn) {
+  for (int id = 0; id <= 0xFFFF; id += 13) {
+    table_.Add(MakeRecord(id, id));
+  }
+  table_.Clear();
+  EXPECT_EQ(RecordsAlive(), aliveBefore_);
+  EXPECT_TRUE(table_.mapRequests.empty());
+}
+
+TEST_F(OneThreadTest, ARefusedRecordIsFreedAtOnceWhenItWasGivenAway) {
+  table_.Add(MakeRecord(7, 1));
+  table_.Add(MakeRecord(7, 2));
+  EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
+  Position position;
+  ASSERT_TRUE(table_.Find(7, position));
+  EXPECT_EQ(position->second->iRecvLen, 1) << "the older one stays";
+}
+
+// Who frees a record that several threads have in their hands: the last one to let go, once. The
+// steps are forced into one order, so that each hand-over takes place in every run.
+class HandOverTest : public OneThreadTest {
+ protected:
+  // Runs `steps` of two workers in turn: the first on the query worker's thread, the second on the
+  // answer worker's, and so on. Each is inside its own pass from its first step to its last.
+  void InTurns(const std::vector<std::function<void()>>& steps) {
+    std::array<std::binary_semaphore, 2> turn{std::binary_semaphore(1), std::binary_semaphore(0)};
+    const auto work = [&](std::size_t me, Worker worker) {
+      std::unique_ptr<Pass> pass;
+      for (std::size_t step = me; step < steps.size(); step += 2) {
+        turn[me].acquire();
+        if (pass == nullptr) {
+          pass = std::make_unique<Pass>(table_.mapRequests, worker);
+        }
+        steps[step]();
+        if (step + 2 >= steps.size()) {
+          pass.reset();
+        }
+        turn[1 - me].release();
+      }
+    };
+    std::thread query(work, 0, Worker::kQuery);
+    std::thread answer(work, 1, Worker::kAnswer);
+    query.join();
+    answer.join();
+  }
+
+  void Holds(Position& position) { EXPECT_TRUE(table_.Find(7, position)); }
+
+  Position query_;
+  Position answer_;
+};
+
+TEST_F(HandOverTest, ARemovedRecordLivesUntilTheWorkerThatHoldsItLeavesItsPass) {
+  table_.Add(MakeRecord(7, 1));
+  InTurns({[&] { Holds(query_); },
+           [&] {
+             Holds(answer_);
+             table_.Delete(answer_);
+             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
+           },
+           [&] { EXPECT_TRUE(IsWhole(*query_->second, 7)); },  // the pass ends behind this
+           [&] { EXPECT_EQ(RecordsAlive(), aliveBefore_); }});
+}
+
+TEST_F(HandOverTest, ARemovedRecordLivesUntilTheWorkerThatHoldsItFindsAnother) {
+  table_.Add(MakeRecord(7, 1));
+  table_.Add(MakeRecord(8, 2));
+  InTurns({[&] { Holds(query_); }, [&] { table_.Delete(7); },
+           [&] {
+             EXPECT_TRUE(IsWhole(*query_->second, 7));
+             EXPECT_TRUE(table_.Find(8, query_));
+             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
+           },
+           [] {}});
+}
+
+TEST_F(HandOverTest, TheLastOfTwoWorkersFreesWhatAThirdThreadRemoved) {
+  table_.Add(MakeRecord(7, 1));
+  InTurns({[&] { Holds(query_); },
+           [&] {
+             Holds(answer_);
+             std::thread([this] { table_.Delete(7); }).join();
+             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
+           },
+           [&] { EXPECT_TRUE(IsWhole(*query_->second, 7)); },
+           [&] {
+             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1) << "this worker holds it still";
+             EXPECT_TRUE(IsWhole(*answer_->second, 7));
+           }});
+  EXPECT_EQ(RecordsAlive(), aliveBefore_);
+}
+
+TEST_F(HandOverTest, ALaterRequestUnderTheSameIdentifierIsLeftAlone) {
+  table_.Add(MakeRecord(7, 1));
+  InTurns({[&] { Holds(query_); }, [&] { Holds(answer_); },
+           [&] {
+             table_.Delete(query_);
+             table_.Add(MakeRecord(7, 2));
+           },
+           [&] { table_.Delete(answer_); }});
+  ASSERT_TRUE(table_.Find(7, query_));
+  EXPECT_EQ(query_->second->iRecvLen, 2);
+  EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1) << "the first has been freed";
+}
+
+}  // namespace
+}  // namespace stress
