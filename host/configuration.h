@@ -1,0 +1,21 @@
+// What the service is to be started with, as the options and the files say now.
+#ifndef HOST_CONFIGURATION_H_
+#define HOST_CONFIGURATION_H_
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/options.h"
+
+struct Configuration {
+  std::vector<std::string> servers;                        // StartDnsSrv's first argument
+  std::vector<std::pair<std::string, std::string>> names;  // and its second
+};
+
+// Reads the files and validates everything; says in the log what was taken and what was left out.
+// kExitDone and `configuration`; or another exit status, with the reason in the log and
+// `configuration` untouched.
+int LoadConfiguration(const Options& options, Configuration& configuration);
+
+#endif  // HOST_CONFIGURATION_H_
