@@ -8,12 +8,46 @@
 #include <new>
 
 #include "dns_proxy_mac/proxy/dns_request.h"
+#include "tests/stress/size_of_runs.h"
 
 namespace {
 
 // Relaxed: counting must not order what the threads under test do.
 std::atomic<long> made{0};
 std::atomic<long> freed{0};
+
+}  // namespace
+
+namespace stress {
+
+long RecordsMade() { return made.load(std::memory_order_relaxed); }
+long RecordsFreed() { return freed.load(std::memory_order_relaxed); }
+
+}  // namespace stress
+
+#if defined(STRESS_UNDER_SANITIZER)
+
+// The sanitizer's allocator stays in place: it tells of each block, and finds by itself what is
+// freed twice or used afterwards.
+
+#include <sanitizer/allocator_interface.h>
+
+extern "C" void __sanitizer_malloc_hook(const volatile void* /*block*/, std::size_t size) {
+  if (size == sizeof(DnsRequest)) {
+    made.fetch_add(1, std::memory_order_relaxed);
+  }
+}
+
+extern "C" void __sanitizer_free_hook(const volatile void* block) {
+  if (block != nullptr &&
+      __sanitizer_get_allocated_size(const_cast<const void*>(block)) == sizeof(DnsRequest)) {
+    freed.fetch_add(1, std::memory_order_relaxed);
+  }
+}
+
+#else
+
+namespace {
 
 // In front of each block, because a delete expression need not say a size.
 struct alignas(__STDCPP_DEFAULT_NEW_ALIGNMENT__) BlockHead {
@@ -64,13 +98,6 @@ void Release(void* block) noexcept {
 
 }  // namespace
 
-namespace stress {
-
-long RecordsMade() { return made.load(std::memory_order_relaxed); }
-long RecordsFreed() { return freed.load(std::memory_order_relaxed); }
-
-}  // namespace stress
-
 void* operator new(std::size_t size) { return AllocateOrThrow(size); }
 void* operator new[](std::size_t size) { return AllocateOrThrow(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
@@ -81,3 +108,5 @@ void operator delete(void* block, std::size_t) noexcept { Release(block); }
 void operator delete[](void* block, std::size_t) noexcept { Release(block); }
 void operator delete(void* block, const std::nothrow_t&) noexcept { Release(block); }
 void operator delete[](void* block, const std::nothrow_t&) noexcept { Release(block); }
+
+#endif

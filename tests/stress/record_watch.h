@@ -1,5 +1,6 @@
-// How many records exist: the test executable's own operator new and delete count the blocks of a
-// record's size. The record itself is the program's, unchanged.
+// How many records exist: the test executable counts the blocks of a record's size, in its own
+// operator new and delete or, with a sanitizer, in the hooks of that one's allocator. The record
+// itself is the program's, unchanged.
 #ifndef TESTS_STRESS_RECORD_WATCH_H_
 #define TESTS_STRESS_RECORD_WATCH_H_
 

@@ -1,0 +1,294 @@
+#include "tests/stress/soak/world.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "tests/support/socket_addresses.h"
+
+namespace soak {
+
+namespace {
+
+constexpr std::size_t kApplications = 250;
+constexpr std::size_t kMostInFlight = 1000;
+
+// Datagrams that may lie in a buffer of the service's: small ones take 768 bytes of its 212,992,
+// the largest here 1,280. Noise stops at half of that, so that a right answer always finds room.
+constexpr long kMostUnreceived = 100;
+constexpr long kMostUnreceivedForNoise = 50;
+
+// So many answers are collected before one is picked, so that they leave in another order.
+constexpr std::size_t kShuffleAmong = 64;
+constexpr long kDelay = 1000;  // in queries asked meanwhile
+
+// Of a hundred.
+constexpr unsigned kDelayed = 5;
+constexpr unsigned kDoubled = 20;
+constexpr unsigned kForged = 20;
+
+// Far from any identifier in flight, and so from any that is about to be sent.
+constexpr unsigned short kFarAhead = 30'000;
+
+int OpenSocket(const char* address, unsigned short port) {
+  const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+  const int room = 1 << 20;
+  const sockaddr_in name = support::Ipv4Address(address, port);
+  if (sock < 0 || setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &room, sizeof(room)) != 0 ||
+      bind(sock, reinterpret_cast<const sockaddr*>(&name), sizeof(name)) != 0) {
+    std::perror("soak: socket");
+    std::exit(1);
+  }
+  return sock;
+}
+
+void Watch(int epoll, int sock, std::size_t number) {
+  epoll_event event = {};
+  event.events = EPOLLIN;
+  event.data.u64 = number;
+  if (epoll_ctl(epoll, EPOLL_CTL_ADD, sock, &event) != 0) {
+    std::perror("soak: epoll");
+    std::exit(1);
+  }
+}
+
+bool Receive(int sock, Bytes& bytes, sockaddr_in& from) {
+  socklen_t length = sizeof(from);
+  bytes.resize(8192);
+  const ssize_t size = recvfrom(sock, bytes.data(), bytes.size(), MSG_DONTWAIT,
+                                reinterpret_cast<sockaddr*>(&from), &length);
+  bytes.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
+  return size >= 0;
+}
+
+// Identifiers as they lie in a message, whatever their order.
+unsigned short IdOf(const Bytes& message) {
+  unsigned short id;
+  std::memcpy(&id, message.data(), sizeof(id));
+  return id;
+}
+
+Bytes UnderId(Bytes message, unsigned short id) {
+  std::memcpy(message.data(), &id, sizeof(id));
+  return message;
+}
+
+bool SameButForId(const Bytes& a, const Bytes& b) {
+  return a.size() == b.size() && std::equal(a.begin() + 2, a.end(), b.begin() + 2);
+}
+
+}  // namespace
+
+World::World(const Questions& questions)
+    : questions_(questions),
+      epoll_(epoll_create1(EPOLL_CLOEXEC)),
+      asking_(kApplications),
+      stranger_(OpenSocket("127.0.0.9", 0)),
+      service_(support::Ipv4Address("127.0.0.1", 53)),
+      flights_(questions.Size()) {
+  for (std::size_t application = 0; application < kApplications; ++application) {
+    applications_.push_back(OpenSocket("127.0.0.1", 0));
+    Watch(epoll_, applications_.back(), application);
+  }
+  for (std::size_t server = 0; server < kServers; ++server) {
+    servers_[server] = OpenSocket(kServerAddresses[server], 53);
+    Watch(epoll_, servers_[server], kApplications + server);
+  }
+}
+
+World::~World() {
+  for (const int sock : applications_) {
+    close(sock);
+  }
+  for (const int sock : servers_) {
+    close(sock);
+  }
+  close(stranger_);
+  close(epoll_);
+}
+
+void World::Ask(long queries, std::chrono::steady_clock::time_point deadline,
+                std::chrono::seconds patience) {
+  const long end = count_.asked + queries;
+  bool asking = queries > 0;
+  auto lastSign = std::chrono::steady_clock::now();
+  long signs = 0;
+  while (asking || inFlight_ > 0) {
+    while (asking && inFlight_ < kMostInFlight &&
+           queriesSent_ - queriesReceived_ < kMostUnreceived) {
+      AskOne();
+      asking = count_.asked < end;
+    }
+    // Enough to choose from, or nothing more to wait for.
+    const bool idle = inFlight_ == kMostInFlight || !asking;
+    while (HasSomethingToSend() && (answers_.size() >= kShuffleAmong || idle)) {
+      SendOne();
+    }
+    ReceiveAll(10);
+
+    const auto now = std::chrono::steady_clock::now();
+    asking = asking && now < deadline;
+    if (const long seen = count_.answered + queriesReceived_ + answersReceived_; seen != signs) {
+      signs = seen;
+      lastSign = now;
+    }
+    if (now - lastSign > patience) {
+      count_.lost += static_cast<long>(inFlight_);
+      return;
+    }
+  }
+  // What is left is noise about questions that have landed. It must not reach later ones.
+  noise_.clear();
+}
+
+void World::AskOne() {
+  do {
+    nextQuestion_ = (nextQuestion_ + 1) % questions_.Size();
+  } while (flights_[nextQuestion_].inFlight);
+  const std::size_t application = random_() % kApplications;
+  Flight& flight = flights_[nextQuestion_];
+  flight.inFlight = true;
+  flight.application = application;
+  flight.applicationId = static_cast<unsigned short>(random_());
+  flight.queryNumber = ++queriesSent_;
+  asking_[application].push_back(nextQuestion_);
+  ++inFlight_;
+  ++count_.asked;
+  Send(applications_[application],
+       UnderId(questions_.At(nextQuestion_).query, flight.applicationId), service_);
+}
+
+bool World::HasSomethingToSend() const {
+  const long unreceived = answersSent_ - answersReceived_;
+  return (!answers_.empty() && unreceived < kMostUnreceived) ||
+         (!noise_.empty() && unreceived < kMostUnreceivedForNoise);
+}
+
+void World::SendOne() {
+  const bool noiseMay =
+      !noise_.empty() && answersSent_ - answersReceived_ < kMostUnreceivedForNoise;
+  std::vector<Outgoing>& from =
+      answers_.empty() || (noiseMay && random_() % 3 == 0) ? noise_ : answers_;
+  std::size_t chosen = random_() % from.size();
+  if (from[chosen].notBefore > count_.asked) {
+    // The delayed wait until there is nothing else.
+    const auto due = std::find_if(from.begin(), from.end(), [this](const Outgoing& outgoing) {
+      return outgoing.notBefore <= count_.asked;
+    });
+    chosen = due == from.end() ? chosen : static_cast<std::size_t>(due - from.begin());
+  }
+  std::swap(from[chosen], from.back());
+  const Outgoing outgoing = std::move(from.back());
+  from.pop_back();
+
+  ++answersSent_;
+  if (outgoing.question < questions_.Size()) {
+    flights_[outgoing.question].answerNumber = answersSent_;
+    if (random_() % 100 < kDoubled) {
+      noise_.push_back({outgoing.bytes, outgoing.sock, questions_.Size(), 0});
+      ++count_.doubled;
+    }
+  }
+  Send(outgoing.sock, outgoing.bytes, asker_);
+}
+
+void World::ReceiveAll(int timeoutMs) {
+  std::array<epoll_event, 64> events;
+  const int ready = epoll_wait(epoll_, events.data(), static_cast<int>(events.size()), timeoutMs);
+  for (int i = 0; i < ready; ++i) {
+    const std::size_t number = events[static_cast<std::size_t>(i)].data.u64;
+    if (number < kApplications) {
+      HearAll(number);
+    } else {
+      ServeAll(number - kApplications);
+    }
+  }
+}
+
+void World::HearAll(std::size_t application) {
+  Bytes answer;
+  sockaddr_in from;
+  while (Receive(applications_[application], answer, from)) {
+    const std::size_t question = questions_.NumberOf(answer);
+    const bool asked = question < questions_.Size() && flights_[question].inFlight &&
+                       flights_[question].application == application &&
+                       flights_[question].applicationId == IdOf(answer);
+    if (!asked || !SameButForId(answer, questions_.At(question).expected)) {
+      ++count_.wrong;
+      continue;
+    }
+    ++count_.answered;
+    Land(question);
+  }
+}
+
+// The answer to `question` has been seen: all that was sent before what led to it was received.
+void World::Land(std::size_t question) {
+  Flight& flight = flights_[question];
+  queriesReceived_ = std::max(queriesReceived_, flight.queryNumber);
+  answersReceived_ = std::max(answersReceived_, flight.answerNumber);
+  std::vector<std::size_t>& asking = asking_[flight.application];
+  asking.erase(std::find(asking.begin(), asking.end(), question));
+  flight = {};
+  --inFlight_;
+}
+
+void World::ServeAll(std::size_t server) {
+  Bytes query;
+  while (Receive(servers_[server], query, asker_)) {
+    const std::size_t number = questions_.NumberOf(query);
+    if (number == questions_.Size() || !flights_[number].inFlight ||
+        !SameButForId(query, questions_.At(number).query) ||
+        questions_.At(number).serverAnswers[server].empty()) {
+      ++count_.garbled;
+      continue;
+    }
+    queriesReceived_ = std::max(queriesReceived_, flights_[number].queryNumber);
+    answersReceived_ = std::max(answersReceived_, flights_[number].answerNumber);
+    Forge(server, query);
+    Outgoing answer{UnderId(questions_.At(number).serverAnswers[server], IdOf(query)),
+                    servers_[server], number, 0};
+    if (random_() % 100 < kDelayed) {
+      answer.notBefore = count_.asked + kDelay;
+      ++count_.delayed;
+    }
+    answers_.push_back(std::move(answer));
+  }
+}
+
+// Answers that the service drops: with the right identifier from where nobody was asked, and from a
+// right server under an identifier that belongs to nothing.
+void World::Forge(std::size_t server, const Bytes& query) {
+  if (random_() % 100 >= kForged) {
+    return;
+  }
+  const bool withRecord = random_() % 2 == 0;
+  support::DnsMessageBuilder forged;
+  forged.Flags(0x8180).Question("forged.example", 1, 1);
+  if (withRecord) {
+    forged.Answer(1, {192, 0, 2, 66});
+  }
+  const unsigned short id = IdOf(query);
+  if (random_() % 2 == 0) {
+    noise_.push_back({UnderId(forged.Build(), id), stranger_, questions_.Size(), 0});
+  } else {
+    noise_.push_back({UnderId(forged.Build(), static_cast<unsigned short>(id + kFarAhead)),
+                      servers_[server], questions_.Size(), 0});
+  }
+  ++count_.forged;
+}
+
+void World::Send(int sock, const Bytes& bytes, const sockaddr_in& to) {
+  if (sendto(sock, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+             sizeof(to)) < 0) {
+    std::perror("soak: sendto");
+    std::exit(1);
+  }
+}
+
+}  // namespace soak
