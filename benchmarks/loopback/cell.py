@@ -6,7 +6,8 @@ usage: unshare --user --map-root-user --net cell.py PROGRAMS SUBJECT TRACE FOLDE
   PROGRAMS   the folder of the programs
   SUBJECT    bare_echo, bare_relay or service
   TRACE      where standard output goes: none (as null, and the bare loops print nothing), null,
-             file (in FOLDER), pipe, terminal, off (the service's printf is refused)
+             file (in FOLDER), large-file (the same, 64 KiB a write), pipe, terminal, off (the
+             service's printf is refused)
 
 Reads commands from standard input, a line each, and answers with a line of JSON; ends, and its
 processes with it, when its input does:
@@ -48,6 +49,7 @@ class Cell:
         self.programs = pathlib.Path(programs)
         self.subject_name = subject
         self.trace = trace
+        self.into_file = trace in ("file", "large-file")
         self.folder = pathlib.Path(folder)
         self.trace_file = self.folder / f"{subject}-{os.getpid()}.trace"
         self.processors = sorted(os.sched_getaffinity(0))
@@ -72,10 +74,12 @@ class Cell:
         command = [str(self.programs / self.subject_name)]
         if self.trace == "off":
             command.append("--trace-off")
+        elif self.trace == "large-file":
+            command.append("--large-buffer")
         elif self.trace != "none" and self.subject_name != "service":
             command.append("--trace")
 
-        if self.trace == "file":
+        if self.into_file:
             output = os.open(self.trace_file, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o600)
         elif self.trace == "pipe":
             reading, output = os.pipe()
@@ -130,7 +134,7 @@ class Cell:
             "queries": int(queries), "processor": used, "passed": seconds, "load_processor": own,
             "faults": faults_after - faults,
             "user": user_after - user, "system": system_after - system}
-        if self.trace == "file":
+        if self.into_file:
             result["trace_bytes"] = self.trace_file.stat().st_size
             os.truncate(self.trace_file, 0)
         return result

@@ -38,6 +38,7 @@ SUBJECTS = {
     "service": ("service", "null", [HOST_MAP, FORWARD]),
     "service-off": ("service", "off", [HOST_MAP, FORWARD]),
     "service-file": ("service", "file", [HOST_MAP, FORWARD]),
+    "service-large-file": ("service", "large-file", [HOST_MAP, FORWARD]),
     "service-pipe": ("service", "pipe", [HOST_MAP, FORWARD]),
     "service-terminal": ("service", "terminal", [HOST_MAP, FORWARD]),
 }
