@@ -16,6 +16,7 @@ namespace support::platform {
 
 constinit PlatformCall<int(int, int, int)> socket("socket");
 constinit PlatformCall<int(int, const sockaddr*, socklen_t)> bind("bind");
+constinit PlatformCall<int(int, int, int, const void*, socklen_t)> setsockopt("setsockopt");
 constinit PlatformCall<int(int, fd_set*, fd_set*, fd_set*, timeval*)> select("select");
 constinit PlatformCall<ssize_t(int, void*, std::size_t, int, sockaddr*, socklen_t*)> recvfrom(
     "recvfrom");
@@ -46,10 +47,6 @@ int socket(int family, int type, int protocol) NEVER_THROWS {
 
 int bind(int sock, const sockaddr* address, socklen_t length) NEVER_THROWS {
   return platform::bind.Call(sock, address, length);
-}
-
-int select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
-  return platform::select.Call(count, readable, writable, failed, timeout);
 }
 
 ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* from,
@@ -96,3 +93,13 @@ int system(const char* command) { return platform::system.Call(command); }
 int remove(const char* path) NEVER_THROWS { return platform::remove.Call(path); }
 
 }  // extern "C"
+
+// With the linkage of its declaration: C on glibc, but Apple's header has it outside extern "C", by
+// a symbol name of its own.
+int setsockopt(int sock, int level, int name, const void* value, socklen_t length) NEVER_THROWS {
+  return platform::setsockopt.Call(sock, level, name, value, length);
+}
+
+int select(int count, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
+  return platform::select.Call(count, readable, writable, failed, timeout);
+}

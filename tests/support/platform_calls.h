@@ -85,6 +85,7 @@ namespace platform {
 
 extern PlatformCall<int(int, int, int)> socket;
 extern PlatformCall<int(int, const sockaddr*, socklen_t)> bind;
+extern PlatformCall<int(int, int, int, const void*, socklen_t)> setsockopt;
 extern PlatformCall<int(int, fd_set*, fd_set*, fd_set*, timeval*)> select;
 extern PlatformCall<ssize_t(int, void*, std::size_t, int, sockaddr*, socklen_t*)> recvfrom;
 extern PlatformCall<ssize_t(int, const void*, std::size_t, int, const sockaddr*, socklen_t)> sendto;

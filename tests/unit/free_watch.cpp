@@ -1,0 +1,69 @@
+#include "tests/unit/free_watch.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace {
+
+struct Announcement {
+  const void* block;
+  const char* text;
+};
+Announcement announcements[2];
+
+}  // namespace
+
+std::atomic<FreeWatch*> FreeWatch::current_{nullptr};
+
+FreeWatch::FreeWatch(const void* block) : block_(block) { current_ = this; }
+
+FreeWatch::FreeWatch(const DnsRequest& request) : FreeWatch(request.strDomain.data()) {}
+
+FreeWatch::~FreeWatch() { current_ = nullptr; }
+
+void FreeWatch::Announce(const void* block, const char* text) {
+  announcements[announcements[0].block == nullptr ? 0 : 1] = {block, text};
+}
+
+void FreeWatch::Made(const void* block) {
+  FreeWatch* const watch = current_;
+  if (watch != nullptr && watch->block_ == block) {
+    current_ = nullptr;
+  }
+}
+
+void FreeWatch::Freed(const void* block) {
+  FreeWatch* const watch = current_;
+  if (watch != nullptr && watch->block_ == block) {
+    ++watch->count_;
+  }
+  for (const Announcement& announcement : announcements) {
+    if (block != nullptr && announcement.block == block) {
+      [[maybe_unused]] const ssize_t ignored =
+          write(STDERR_FILENO, announcement.text, std::strlen(announcement.text));
+    }
+  }
+}
+
+// All of the plain forms, so that what one makes another can free.
+
+void* operator new(std::size_t size) {
+  if (void* const block = std::malloc(size == 0 ? 1 : size)) {
+    FreeWatch::Made(block);
+    return block;
+  }
+  throw std::bad_alloc();
+}
+
+void operator delete(void* block) noexcept {
+  FreeWatch::Freed(block);
+  std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+  FreeWatch::Freed(block);
+  std::free(block);
+}
