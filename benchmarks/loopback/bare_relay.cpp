@@ -9,6 +9,7 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <thread>
@@ -22,9 +23,21 @@ using benchmarks::LoopbackSocket;
 
 bool g_Traced = false;
 
-// By identifier. The query thread writes before it sends, the answer thread reads after the server
-// has answered: no more order than a socket gives, which is enough for a floor.
-sockaddr_in g_Applications[65536];
+// By identifier: address and port of the application, in network order. The query thread writes
+// before it sends, the answer thread reads after the server has answered.
+std::atomic<std::uint64_t> g_Applications[65536];
+
+std::uint64_t Packed(const sockaddr_in& address) {
+  return std::uint64_t{address.sin_addr.s_addr} << 16 | address.sin_port;
+}
+
+sockaddr_in Unpacked(std::uint64_t packed) {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = static_cast<std::uint32_t>(packed >> 16);
+  address.sin_port = static_cast<std::uint16_t>(packed & 0xFFFF);
+  return address;
+}
 
 ssize_t WaitAndReceive(int sock, unsigned char (&message)[8192], sockaddr_in& sender) {
   fd_set readable;
@@ -58,7 +71,7 @@ void RelayQueries(const LoopbackSocket& toApplications, const LoopbackSocket& to
     if (length < 12) {
       continue;
     }
-    g_Applications[IdOf(message)] = application;
+    g_Applications[IdOf(message)].store(Packed(application), std::memory_order_relaxed);
     if (g_Traced) {
       benchmarks::TraceQuery(static_cast<int>(length), benchmarks::kOtherName, traceId);
       benchmarks::TraceDispatch(traceId, 0, 2, 1);
@@ -76,7 +89,8 @@ void RelayAnswers(const LoopbackSocket& toApplications, const LoopbackSocket& to
     if (length < 12) {
       continue;
     }
-    Send(toApplications.descriptor(), message, length, g_Applications[IdOf(message)]);
+    Send(toApplications.descriptor(), message, length,
+         Unpacked(g_Applications[IdOf(message)].load(std::memory_order_relaxed)));
     if (g_Traced) {
       benchmarks::TraceAnswer(static_cast<int>(length), benchmarks::kOtherName, traceId);
     }

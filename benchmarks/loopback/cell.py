@@ -17,6 +17,8 @@ processes with it, when its input does:
   memory                     of the subject
   restart                    the subject anew
   dnsperf SECONDS WINDOW     the same load from dnsperf
+  trace                      the different lines in the trace file, identifiers and line numbers
+                             as N; what was loaded last is still in the subject's buffer
 """
 
 import ctypes
@@ -125,6 +127,8 @@ class Cell:
         return int(fields[7]), int(fields[11]) / ticks, int(fields[12]) / ticks
 
     def load(self, name, queries, window):
+        if self.into_file:
+            os.truncate(self.trace_file, 0)
         faults, user, system = self.statistics()
         used = self.processor_seconds()
         seconds, own = self.run_load(name, queries, window)
@@ -136,7 +140,6 @@ class Cell:
             "user": user_after - user, "system": system_after - system}
         if self.into_file:
             result["trace_bytes"] = self.trace_file.stat().st_size
-            os.truncate(self.trace_file, 0)
         return result
 
     def pend(self, queries):
@@ -166,10 +169,15 @@ class Cell:
             raise RuntimeError(f"dnsperf: {output}")
         return {"queries": int(completed[1]), "passed": float(passed[1]), "processor": used}
 
+    def trace_lines(self):
+        lines = self.trace_file.read_text().split("\n")[1:-1]  # the ends may be parts of lines
+        return {"lines": sorted({re.sub(r"(line:|id: ?)\d+", r"\1N", line) for line in lines})}
+
     def obey(self, line):
         command, *arguments = line.split()
         actions = {"load": self.load, "pend": self.pend, "memory": self.memory,
-                   "restart": self.restart, "dnsperf": self.dnsperf}
+                   "restart": self.restart, "dnsperf": self.dnsperf,
+                   "trace": self.trace_lines}
         return actions[command](*arguments) or {}
 
     def end(self):
