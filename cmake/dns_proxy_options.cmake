@@ -5,11 +5,15 @@
 include(dns_proxy_sanitizers)
 
 function(dns_proxy_options target)
-  # C++20 to compile; the installed headers ask their users for less, which is why this is private.
+  # C++20 to compile, C++17 to include: a host's compiler may have a smaller default than that.
   set_target_properties(${target} PROPERTIES
     CXX_STANDARD 20
     CXX_STANDARD_REQUIRED ON
     CXX_EXTENSIONS OFF)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL "STATIC_LIBRARY")
+    target_compile_features(${target} INTERFACE cxx_std_17)
+  endif()
   target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${dns_proxy_mac_SOURCE_DIR}>)
   if(dns_proxy_mac_DEVELOPER_MODE)
     target_compile_options(${target} PRIVATE

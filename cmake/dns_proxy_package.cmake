@@ -1,0 +1,35 @@
+# `cpack`: .deb packages on Linux (dns-proxy-host, dns-proxy-mac-dev), a .tar.gz for macOS.
+set(CPACK_PACKAGE_NAME dns_proxy_mac)
+set(CPACK_PACKAGE_VENDOR "The dns_proxy_mac developers")
+set(CPACK_PACKAGE_CONTACT "The dns_proxy_mac developers <dns-proxy-mac@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_PACKAGE_FILE_NAME
+  "${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
+
+if(APPLE)
+  set(CPACK_PACKAGE_FILE_NAME "${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-macos-x86_64")
+  set(CPACK_GENERATOR TGZ)
+else()
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_STRIP_FILES ON)
+
+  # The program places libraries of macOS: it is installed from a build, not from a package.
+  set(CPACK_COMPONENTS_ALL host development)
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+
+  set(CPACK_DEBIAN_HOST_PACKAGE_NAME dns-proxy-host)
+  set(CPACK_DEBIAN_HOST_PACKAGE_SECTION net)
+  set(CPACK_COMPONENT_HOST_DESCRIPTION
+    "Local DNS proxy on 127.0.0.1, as a daemon\n Answers static names, asks upstream servers in order, and keeps answering.")
+
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME dns-proxy-mac-dev)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libstdc++-dev, libc6-dev")
+  set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+    "Local DNS proxy, to embed in a hosting process\n Headers and static libraries for hosts in C++ and C.")
+endif()
+include(CPack)

@@ -1,0 +1,50 @@
+# Cross-compiles for macOS x86-64 on Linux: zig's clang and SDK headers, LLVM's linker.
+#
+# scripts/build-macos fills the folder that is used here. What comes out is a compile and link gate
+# and unsigned programs, not a release: docs/macos.md.
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_PROCESSOR x86_64)
+
+# The oldest macOS that the programs start on, and the SDK whose headers zig 0.13 carries.
+set(dns_proxy_mac_MACOS_FLOOR 10.8)
+set(dns_proxy_mac_MACOS_SDK 14.0)
+
+set(dns_proxy_mac_MACOS_TOOLCHAIN "${CMAKE_CURRENT_LIST_DIR}/../build/macos-toolchain")
+cmake_path(NORMAL_PATH dns_proxy_mac_MACOS_TOOLCHAIN)
+set(macos_libraries "${dns_proxy_mac_MACOS_TOOLCHAIN}/lib")
+
+set(CMAKE_C_COMPILER "${dns_proxy_mac_MACOS_TOOLCHAIN}/bin/cc")
+set(CMAKE_CXX_COMPILER "${dns_proxy_mac_MACOS_TOOLCHAIN}/bin/c++")
+find_program(CMAKE_AR NAMES llvm-ar REQUIRED)
+find_program(CMAKE_RANLIB NAMES llvm-ranlib REQUIRED)
+find_program(CMAKE_INSTALL_NAME_TOOL NAMES llvm-install-name-tool llvm-install-name-tool-14 REQUIRED)
+find_program(dns_proxy_mac_LD64 NAMES ld64.lld ld64.lld-14 REQUIRED)
+
+# No Apple SDK folder and no flag for one: zig brings both.
+set(CMAKE_OSX_SYSROOT "")
+set(CMAKE_OSX_DEPLOYMENT_TARGET "")
+
+# When CMake examines the compilers it adds flags of a compiler's to the link.
+get_property(examining GLOBAL PROPERTY IN_TRY_COMPILE)
+set(link_flags "<LINK_FLAGS>")
+if(examining)
+  set(link_flags "")
+endif()
+
+# Without a version in the target zig takes a floor of its own choice, which is much newer. A call
+# to what the floor lacks, without a test for it, is an error.
+foreach(language C CXX)
+  set(CMAKE_${language}_FLAGS_INIT
+    "-target x86_64-macos.${dns_proxy_mac_MACOS_FLOOR} -fno-sanitize=undefined -Werror=unguarded-availability")
+  # ld64.lld by its own command line. It keeps an import weak that every object refers to weakly,
+  # which is what lets a program start where the system lacks the symbol.
+  set(CMAKE_${language}_LINK_EXECUTABLE
+    "${dns_proxy_mac_LD64} -arch x86_64 -platform_version macos ${dns_proxy_mac_MACOS_FLOOR} ${dns_proxy_mac_MACOS_SDK} -dead_strip ${link_flags} -o <TARGET> <OBJECTS> <LINK_LIBRARIES> ${macos_libraries}/libc++.a ${macos_libraries}/libc++abi.a ${macos_libraries}/libcompiler_rt.a ${macos_libraries}/libSystem.tbd")
+endforeach()
+
+# Header-only libraries of the build machine come by a folder of links; nothing else of it is seen.
+set(CMAKE_FIND_ROOT_PATH "${dns_proxy_mac_MACOS_TOOLCHAIN}")
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
