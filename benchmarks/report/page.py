@@ -120,12 +120,14 @@ def draw(results, instructions, folder):
         "Ratio to the bare loop", "bar: quietest rounds; whisker: eight of ten rounds; red: goal",
         [(label, ratio.quietest, ratio.low, ratio.high, goal)
          for label, (_, ratio, goal) in zip(labels, figures.ratios(results))])
-    plot["pending-cost"] = plots.curve(
-        "Cost of a forwarded query", "microseconds, by requests pending",
-        [(f"{level:,}", cost) for level, cost in figures.pending_costs(results).items()])
-    plot["pending-memory"] = plots.curve(
-        "Memory of the process", "resident MiB, by requests pending",
-        [(f"{int(level):,}", statistics.median(load["memory"]["resident"] for load in loads) / 2**20)
+    plot["pending-cost"] = plots.stacked_bars(
+        "Cost of a forwarded query, by requests pending", "microseconds",
+        [(f"{level:,} pending", {"processor time of the quietest round": cost})
+         for level, cost in figures.pending_costs(results).items()])
+    plot["pending-memory"] = plots.stacked_bars(
+        "Memory of the process, by requests pending", "MiB",
+        [(f"{int(level):,} pending", {"resident": statistics.median(
+            load["memory"]["resident"] for load in loads) / 2**20})
          for level, loads in results["pending"].items()])
     for name, text in plot.items():
         (folder / f"{name}.svg").write_text(text)

@@ -3,7 +3,7 @@
 import html
 
 WIDTH = 720
-LEFT, RIGHT, TOP, BOTTOM = 200, 70, 44, 44
+LEFT, RIGHT, TOP = 200, 70, 44
 COLOURS = ["#3b6fb6", "#d9822b", "#5a9a4a", "#b0485e", "#7d62ad", "#8a8a8a", "#2f9c9c"]
 
 
@@ -77,26 +77,3 @@ def range_bars(title, unit, bars):
     out.append(_line(LEFT + scale, TOP - 6, LEFT + scale, y - 6, "#222222", dashed=True))
     out.append(_text(WIDTH - 12, y + 12, unit, "end"))
     return _page(y + 24, title, out)
-
-
-def curve(title, unit, points, bottom=0.0):
-    """`points`: (x label, value), evenly spaced because the levels are."""
-    height, left = 300, 90
-    top_value = 1.15 * max(value for _, value in points)
-    place_x = lambda i: left + 40 + i * (WIDTH - left - 120) / (len(points) - 1)
-    place_y = lambda value: (height - BOTTOM
-                             - (value - bottom) / (top_value - bottom) * (height - BOTTOM - TOP))
-    out = []
-    for i in range(5):
-        value = bottom + (top_value - bottom) * i / 4
-        out.append(_line(left, place_y(value), WIDTH - 20, place_y(value)))
-        out.append(_text(left - 8, place_y(value) + 4, f"{value:,.1f}", "end"))
-    path = " ".join(f"{place_x(i):.1f},{place_y(value):.1f}" for i, (_, value) in enumerate(points))
-    out.append(f'<polyline points="{path}" fill="none" stroke="{COLOURS[0]}" stroke-width="2"/>')
-    for i, (label, value) in enumerate(points):
-        out.append(f'<circle cx="{place_x(i):.1f}" cy="{place_y(value):.1f}" r="4" '
-                   f'fill="{COLOURS[0]}"/>')
-        out.append(_text(place_x(i), place_y(value) - 10, f"{value:,.1f}", "middle"))
-        out.append(_text(place_x(i), height - BOTTOM + 18, label, "middle"))
-    out.append(_text(WIDTH - 12, height - 8, unit, "end"))
-    return _page(height, title, out)
