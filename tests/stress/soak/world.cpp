@@ -27,12 +27,16 @@ constexpr long kMostUnreceivedForNoise = 50;
 constexpr std::size_t kShuffleAmong = 64;
 constexpr long kDelay = 1000;  // in queries asked meanwhile
 
+// Noise that has waited for so many queries is not sent any more: its identifier would come round
+// again, and the service would rightly take a doubled answer for one to the new request.
+constexpr long kNoiseLife = 10'000;
+
 // Of a hundred.
 constexpr unsigned kDelayed = 5;
 constexpr unsigned kDoubled = 20;
 constexpr unsigned kForged = 20;
 
-// Far from any identifier in flight, and so from any that is about to be sent.
+// Far from any identifier in flight, and from any that is sent in the life of a forgery.
 constexpr unsigned short kFarAhead = 30'000;
 
 int OpenSocket(const char* address, unsigned short port) {
@@ -185,13 +189,18 @@ void World::SendOne() {
   std::swap(from[chosen], from.back());
   const Outgoing outgoing = std::move(from.back());
   from.pop_back();
+  if (outgoing.noise != nullptr) {
+    if (count_.asked - outgoing.made > kNoiseLife) {
+      return;
+    }
+    ++(count_.*outgoing.noise);
+  }
 
   ++answersSent_;
-  if (outgoing.question < questions_.Size()) {
+  if (outgoing.noise == nullptr) {
     flights_[outgoing.question].answerNumber = answersSent_;
     if (random_() % 100 < kDoubled) {
-      noise_.push_back({outgoing.bytes, outgoing.sock, questions_.Size(), 0});
-      ++count_.doubled;
+      noise_.push_back({outgoing.bytes, outgoing.sock, 0, &Count::doubled, 0, count_.asked});
     }
   }
   Send(outgoing.sock, outgoing.bytes, asker_);
@@ -252,7 +261,11 @@ void World::ServeAll(std::size_t server) {
     answersReceived_ = std::max(answersReceived_, flights_[number].answerNumber);
     Forge(server, query);
     Outgoing answer{UnderId(questions_.At(number).serverAnswers[server], IdOf(query)),
-                    servers_[server], number, 0};
+                    servers_[server],
+                    number,
+                    nullptr,
+                    0,
+                    count_.asked};
     if (random_() % 100 < kDelayed) {
       answer.notBefore = count_.asked + kDelay;
       ++count_.delayed;
@@ -275,12 +288,11 @@ void World::Forge(std::size_t server, const Bytes& query) {
   }
   const unsigned short id = IdOf(query);
   if (random_() % 2 == 0) {
-    noise_.push_back({UnderId(forged.Build(), id), stranger_, questions_.Size(), 0});
+    noise_.push_back({UnderId(forged.Build(), id), stranger_, 0, &Count::forged, 0, count_.asked});
   } else {
     noise_.push_back({UnderId(forged.Build(), static_cast<unsigned short>(id + kFarAhead)),
-                      servers_[server], questions_.Size(), 0});
+                      servers_[server], 0, &Count::forged, 0, count_.asked});
   }
-  ++count_.forged;
 }
 
 void World::Send(int sock, const Bytes& bytes, const sockaddr_in& to) {

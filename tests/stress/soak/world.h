@@ -57,8 +57,10 @@ class World {
   struct Outgoing {
     Bytes bytes;
     int sock;
-    std::size_t question;  // Size() for one that is none of the flight's answers
+    std::size_t question;  // of a right answer
+    long Count::*noise;    // of any other, where it counts when it is sent; else null
     long notBefore;        // in queries asked
+    long made;             // likewise
   };
 
   void AskOne();

@@ -1,0 +1,27 @@
+# dns_proxy_fuzzer(<name> SOURCES <file>... [LIBRARIES <target>...]): the executable <name>_fuzzer,
+# and a CTest test under the label fuzz that replays corpus/<name>.
+#
+# In preset fuzz (clang) it is a libFuzzer executable, driven by scripts/fuzz. In every other preset
+# a plain driver stands in for libFuzzer, so that the corpus is replayed by every test run.
+option(dns_proxy_mac_FUZZ "Link libFuzzer (clang) into the fuzz targets" OFF)
+
+add_custom_target(fuzzers)
+
+function(dns_proxy_fuzzer name)
+  cmake_parse_arguments(fuzzer "" "" "SOURCES;LIBRARIES" ${ARGN})
+  set(target ${name}_fuzzer)
+  set(corpus "${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
+
+  add_executable(${target} ${fuzzer_SOURCES})
+  dns_proxy_options(${target})
+  target_link_libraries(${target} PRIVATE ${fuzzer_LIBRARIES})
+  if(dns_proxy_mac_FUZZ)
+    target_link_options(${target} PRIVATE -fsanitize=fuzzer)
+    add_test(NAME fuzz.${name} COMMAND ${target} -runs=0 "${corpus}")
+  else()
+    target_sources(${target} PRIVATE "${dns_proxy_mac_SOURCE_DIR}/fuzz/replay.cpp")
+    add_test(NAME fuzz.${name} COMMAND ${target} "${corpus}")
+  endif()
+  set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 120)
+  add_dependencies(fuzzers ${target})
+endfunction()
