@@ -68,7 +68,7 @@ Supervisor::Supervisor(const Options& options, const Configuration& configuratio
 
 int Supervisor::Run() {
   if (signals_.fd() == -1 || prober_.fd() == -1) {
-    Log(Level::kError, "no descriptors: %s", std::strerror(errno));
+    Log(Level::kError, "no socket to ask 127.0.0.1 with: %s", std::strerror(errno));
     return kExitFailure;
   }
   while (exitStatus_ == -1) {

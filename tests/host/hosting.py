@@ -1,0 +1,283 @@
+"""Runs the real dns_proxy_host in a network, a mount and a process namespace of the test's own.
+
+A test file imports this and ends with `hosting.main()`: the file is started again inside the
+namespaces, where everything that a test leaves behind dies with it.
+"""
+
+import contextlib
+import json
+import os
+import pathlib
+import random
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+
+HOST = os.environ.get("DNS_PROXY_HOST", "")
+SANITIZED = bool(os.environ.get("SANITIZER"))
+
+# What a test waits for at the most, in seconds. Nothing here is a measurement.
+PATIENCE = 30
+
+A, PTR, AAAA = 1, 12, 28
+
+
+def main():
+    """Runs the tests of the calling file inside the namespaces; exit status 77 if there are none."""
+    if os.environ.get("HOSTING_INSIDE") is None:
+        inside = ["unshare", "--net", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
+        # Root with all users if possible (to drop to one of them), else root of a user namespace.
+        for command in (inside, inside[:1] + ["--user", "--map-root-user"] + inside[1:]):
+            if subprocess.run(command + ["true"], stderr=subprocess.DEVNULL).returncode == 0:
+                environment = dict(os.environ, HOSTING_INSIDE="yes")
+                sys.exit(subprocess.run(command + [sys.executable] + sys.argv, env=environment).returncode)
+        print("skipped: this machine allows no namespaces")
+        sys.exit(77)
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    program = unittest.main(module="__main__", exit=False)
+    result = program.result
+    if result.testsRun and len(result.skipped) == result.testsRun:
+        sys.exit(77)
+    sys.exit(0 if result.wasSuccessful() else 1)
+
+
+def has_all_users():
+    """False inside a user namespace, where only root exists."""
+    return int(pathlib.Path("/proc/self/uid_map").read_text().split()[2]) > 65534
+
+
+def wait_for(condition, what, seconds=PATIENCE):
+    """The first true value of `condition`, asked again and again."""
+    end = time.monotonic() + seconds
+    while time.monotonic() < end:
+        value = condition()
+        if value:
+            return value
+        time.sleep(0.01)
+    raise AssertionError(f"not within {seconds} s: {what}")
+
+
+# --- DNS messages -------------------------------------------------------------------------------
+
+
+def question(name, kind=A, identifier=None):
+    """The bytes of a query without EDNS."""
+    if identifier is None:
+        identifier = random.randrange(65536)
+    labels = b"".join(bytes([len(label)]) + label.encode() for label in name.split(".") if label)
+    return struct.pack("!6H", identifier, 0x0100, 1, 0, 0, 0) + labels + struct.pack("!BHH", 0, kind, 1)
+
+
+def question_name(message):
+    """The name of a message's question."""
+    labels, at = [], 12
+    while message[at]:
+        labels.append(message[at + 1 : at + 1 + message[at]].decode())
+        at += 1 + message[at]
+    return ".".join(labels)
+
+
+def answer(query, address):
+    """The response to `query` with one A record, or with none."""
+    count = 0 if address is None else 1
+    record = b"" if address is None else b"\xc0\x0c" + struct.pack("!HHIH", A, 1, 60, 4) + socket.inet_aton(address)
+    return query[:2] + struct.pack("!5H", 0x8180, 1, count, 0, 0) + query[12:] + record
+
+
+def address_in(response):
+    """The address of a response whose last record is an A record; None for one without records."""
+    if struct.unpack("!H", response[6:8])[0] == 0:
+        return None
+    return socket.inet_ntoa(response[-4:])
+
+
+# Datagrams that end the query thread, by design.
+KILLERS = {
+    "runt": b"\x00" * 5,
+    "root": question(""),
+    "two questions": question("a.example")[:4] + b"\x00\x02" + question("a.example")[6:],
+}
+
+
+def send(datagram):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
+        sock.sendto(datagram, ("127.0.0.1", 53))
+
+
+def ask(name, kind=A, tries=3, wait=1.0):
+    """Asks as a resolver does: again after `wait` seconds, `tries` times. The response or None."""
+    query = question(name, kind)
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
+        for _ in range(tries):
+            sock.sendto(query, ("127.0.0.1", 53))
+            end = time.monotonic() + wait
+            while (left := end - time.monotonic()) > 0:
+                sock.settimeout(left)
+                try:
+                    response = sock.recv(8192)
+                except TimeoutError:
+                    break
+                if response[:2] == query[:2]:
+                    return response
+    return None
+
+
+def resolve(name, **how):
+    """The address of `name`, or None."""
+    response = ask(name, **how)
+    return None if response is None else address_in(response)
+
+
+# --- Upstream servers ---------------------------------------------------------------------------
+
+
+def address_of(name):
+    """The one right address of a name, so that any other is known to be wrong."""
+    value = sum(ord(c) * 31**i for i, c in enumerate(name)) % 65536
+    return f"198.18.{value >> 8}.{value & 255}"
+
+
+class Upstream:
+    """A server on this machine. `loss`: the part of the questions that it does not answer."""
+
+    def __init__(self, address, loss=0.0):
+        self.address = address
+        self.loss = loss
+        self.asked = 0  # by applications; the host's own questions are for the root
+        self._random = random.Random(address)
+        self._sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self._sock.bind((address, 53))
+        threading.Thread(target=self._serve, daemon=True).start()
+
+    def close(self):
+        self._sock.close()
+
+    def _serve(self):
+        while True:
+            try:
+                query, sender = self._sock.recvfrom(8192)
+            except OSError:
+                return
+            name = question_name(query)
+            self.asked += bool(name)
+            if self._random.random() < self.loss:
+                continue
+            if name.startswith("runt."):
+                self._sock.sendto(query[:4], sender)  # ends the answer thread, by design
+            elif name.startswith("none.") or not name:
+                self._sock.sendto(answer(query, None), sender)
+            else:
+                self._sock.sendto(answer(query, address_of(name)), sender)
+
+
+# --- The host -----------------------------------------------------------------------------------
+
+
+class Host:
+    """One dns_proxy_host. Ended, and its descendants with it, at the end of the `with` block."""
+
+    def __init__(self, *arguments, environment=None, stdout=subprocess.DEVNULL, user=None, status_at=None, **popen):
+        self.folder = tempfile.TemporaryDirectory()
+        self.socket = status_at or self.folder.name + "/status"
+        self.log_path = pathlib.Path(self.folder.name, "log")
+        if user is None and not has_all_users():
+            user = "root"
+        log = self.log_path.open("w")
+        self.process = subprocess.Popen(
+            [HOST, "--socket", self.socket]
+            + (["--user", user] if user else [])
+            + [str(argument) for argument in arguments],
+            env=dict(os.environ, **(environment or {})),
+            stdin=subprocess.DEVNULL,
+            stdout=stdout,
+            stderr=log,
+            **popen,
+        )
+        log.close()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, value, traceback):
+        if self.process.poll() is None:
+            self.process.terminate()
+            with contextlib.suppress(subprocess.TimeoutExpired):
+                self.process.wait(PATIENCE)
+        if self.process.poll() is None:
+            self.process.kill()
+        self.process.wait()
+        log = self.log()
+        if kind is not None or "Sanitizer" in log:
+            print(log, file=sys.stderr)
+        self.folder.cleanup()
+        if kind is None and "Sanitizer" in log:
+            raise AssertionError("a sanitizer has found something")
+
+    def log(self):
+        return self.log_path.read_text()
+
+    def serving(self):
+        """Waits until it serves."""
+        wait_for(lambda: self.process.poll() is not None or self.answers(), "serving")
+        if self.process.poll() is not None:
+            raise AssertionError(f"the host has left with status {self.process.returncode}")
+        return self
+
+    def answers(self):
+        try:
+            return self.status()["state"] == "serving" and self.status()["last_probe"]["ms_ago"] is not None
+        except (OSError, ValueError):
+            return False
+
+    def status(self):
+        """What --status --json prints, asked without a process of its own."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as sock:
+            sock.settimeout(PATIENCE)
+            sock.connect(self.socket)
+            text = b"".join(iter(lambda: sock.recv(4096), b""))
+        return json.loads(text.split(b"\0")[1])
+
+    def child(self):
+        """The process of the service, once it is there."""
+        return wait_for(lambda: self.status()["service_process"], "a service process")
+
+    def restarts(self):
+        return self.status()["restarts"]
+
+    def children(self):
+        """Every child process, zombies too."""
+        children = []
+        for path in pathlib.Path("/proc").glob("[0-9]*/stat"):
+            with contextlib.suppress(OSError):
+                if int(path.read_text().rsplit(")", 1)[1].split()[1]) == self.process.pid:
+                    children.append(int(path.parent.name))
+        return children
+
+    def hang_up(self):
+        self.process.send_signal(signal.SIGHUP)
+
+    def stop(self):
+        """Ends it as a service manager does. Its exit status and the seconds that it took."""
+        began = time.monotonic()
+        self.process.terminate()
+        self.process.wait(PATIENCE)
+        return self.process.returncode, time.monotonic() - began
+
+
+def leaves(*arguments, **how):
+    """Runs a host that does not stay. Its exit status and what it said."""
+    done = subprocess.run(
+        [HOST] + [str(argument) for argument in arguments],
+        stdin=subprocess.DEVNULL,
+        capture_output=True,
+        text=True,
+        timeout=PATIENCE,
+        **how,
+    )
+    return done.returncode, done.stdout + done.stderr

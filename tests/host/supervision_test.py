@@ -1,0 +1,136 @@
+"""It keeps answering: whatever ends, stops or hangs the service, it is back at once."""
+
+import ctypes
+import os
+import pathlib
+import resource
+import signal
+import statistics
+import threading
+import time
+import unittest
+
+import hosting
+from hosting import Host, KILLERS, resolve, send, wait_for
+
+NAMES = ("--server", "127.0.0.2", "--map", "a.example=192.0.2.1")
+
+# A long interval, so that no probe can be what finds out.
+BY_EVENT = NAMES + ("--probe-interval", "60000")
+
+
+def back_after(host, blow):
+    """The seconds from `blow` to the next answer, asked for every 5 ms."""
+    restarts = host.restarts()
+    began = time.monotonic()
+    blow()
+    while host.restarts() == restarts or resolve("a.example", tries=1, wait=0.005) is None:
+        if time.monotonic() - began > hosting.PATIENCE:
+            raise AssertionError("the service does not come back")
+    return time.monotonic() - began
+
+
+class Supervision(unittest.TestCase):
+    def measure(self, host, name, blow, rounds=9):
+        times = []
+        for _ in range(rounds):
+            time.sleep(0.1)  # the host does not start more often than every 50 ms
+            times.append(back_after(host, blow))
+        print(f"  back after {name}: median {statistics.median(times) * 1000:.0f} ms, "
+              f"longest {max(times) * 1000:.0f} ms")
+        if not hosting.SANITIZED:
+            self.assertLess(statistics.median(times), 0.5)
+
+    def test_back_within_half_a_second_without_any_probe(self):
+        upstream = hosting.Upstream("127.0.0.2")
+        with Host(*BY_EVENT) as host:
+            host.serving()
+            for name, datagram in KILLERS.items():
+                self.measure(host, name, lambda d=datagram: send(d))
+                self.assertIn("query thread ended", host.status()["last_restarts"][0]["why"])
+            self.measure(host, "a runt from a server", lambda: send(hosting.question("runt.example")))
+            self.assertIn("answer thread ended: RecvAndProcess", host.status()["last_restarts"][0]["why"])
+            self.measure(host, "kill -9", lambda: os.kill(host.child(), signal.SIGKILL))
+            self.assertEqual(host.status()["last_restarts"][0]["why"], "service was ended by signal 9")
+            self.measure(host, "SIGSTOP", lambda: os.kill(host.child(), signal.SIGSTOP))
+            self.assertEqual(host.status()["last_restarts"][0]["why"], "service was stopped by a signal")
+        upstream.close()
+
+    def test_hang_that_nothing_reports_is_found_by_the_probe(self):
+        # A tracer holds the query thread: for the parent the service neither ends nor stops.
+        libc = ctypes.CDLL(None, use_errno=True)
+        libc.ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_p]
+        seize, interrupt = 0x4206, 0x4207
+        with Host(*NAMES) as host:
+            host.serving()
+
+            def hold():
+                # In the order of their creation: the caller, the line to the parent, the workers.
+                # Under a sanitizer there may be one more in front.
+                threads = sorted(int(p.name) for p in pathlib.Path(f"/proc/{host.child()}/task").iterdir())
+                if libc.ptrace(seize, threads[-1], None, None) != 0:
+                    self.skipTest(f"no right to trace: {os.strerror(ctypes.get_errno())}")
+                libc.ptrace(interrupt, threads[-1], None, None)
+                # The end of a thread that is traced is first the tracer's to see.
+                wall = 0x40000000
+                threading.Thread(target=lambda: [os.waitpid(threads[-1], wall) for _ in range(2)]).start()
+
+            send(hosting.question("a.example"))  # not idle: probed four times a second
+            seconds = back_after(host, hold)
+            print(f"  back after a hang: {seconds * 1000:.0f} ms")
+            self.assertEqual(host.status()["last_restarts"][0]["why"], "service does not answer")
+
+    def test_client_that_retries_gets_its_answer_beside_bad_datagrams(self):
+        with Host(*NAMES) as host:
+            host.serving()
+            for _ in range(3):
+                for datagram in KILLERS.values():
+                    send(datagram)
+                    self.assertEqual(resolve("a.example"), "192.0.2.1")
+
+    def test_200_restarts_leave_no_zombie_and_no_descriptor(self):
+        with Host(*BY_EVENT) as host:
+            host.serving()
+            descriptors = pathlib.Path(f"/proc/{host.process.pid}/fd")
+            before = len(list(descriptors.iterdir()))
+            for number in range(200):
+                wait_for(lambda: host.restarts() >= number and host.status()["state"] == "serving", "serving")
+                send(KILLERS["runt"])
+                wait_for(lambda: host.restarts() > number, "a restart")
+            wait_for(lambda: host.status()["state"] == "serving", "serving")
+            self.assertGreaterEqual(host.restarts(), 200)
+            self.assertEqual(host.children(), [host.child()])
+            self.assertLessEqual(len(list(descriptors.iterdir())), before)
+            self.assertEqual(resolve("a.example"), "192.0.2.1")
+
+    def test_start_that_fails_again_and_again_is_tried_less_and_less_often(self):
+        with Host(*BY_EVENT) as host:
+            host.serving()
+            child = host.child()
+            limits = resource.prlimit(host.process.pid, resource.RLIMIT_NOFILE)
+            # No descriptor more than it has.
+            resource.prlimit(host.process.pid, resource.RLIMIT_NOFILE, (4, limits[1]))
+            os.kill(child, signal.SIGKILL)
+            wait_for(lambda: host.log().count("error") > 0 or host.log().count("again") > 0, "a failed start")
+            time.sleep(2)
+            tried = host.log().count("\n")
+            self.assertLess(tried, 20)
+            resource.prlimit(host.process.pid, resource.RLIMIT_NOFILE, limits)
+            self.assertEqual(wait_for(lambda: resolve("a.example", wait=0.3), "an answer"), "192.0.2.1")
+
+    def test_service_does_not_outlive_the_host(self):
+        with Host(*NAMES) as host:
+            host.serving()
+            child = host.child()
+            host.process.kill()
+            host.process.wait()
+            # Its new parent is process 1 of the namespace: this one.
+            self.assertEqual(os.waitpid(child, 0)[0], child)
+            # Its socket file stays behind; the next host takes its place.
+            self.assertTrue(os.path.exists(host.socket))
+            with Host(*NAMES, status_at=host.socket) as next_host:
+                next_host.serving()
+
+
+if __name__ == "__main__":
+    hosting.main()

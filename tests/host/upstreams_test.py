@@ -1,0 +1,152 @@
+"""The right upstream servers: found, followed when the network changes, left when they are silent."""
+
+import pathlib
+import subprocess
+import tempfile
+import time
+import unittest
+
+import hosting
+from hosting import Host, Upstream, address_of, leaves, resolve, wait_for
+
+USER = () if hosting.has_all_users() else ("--user", "root")
+
+
+class ResolvConf(unittest.TestCase):
+    """/etc/resolv.conf is a file of the test's own, in the test's own mount namespace."""
+
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.file = pathlib.Path(self.folder.name, "resolv.conf")
+        self.file.write_text("")
+        real = pathlib.Path("/etc/resolv.conf").resolve()
+        subprocess.run(["mount", "--bind", str(self.file), str(real)], check=True)
+        self.addCleanup(self.folder.cleanup)
+        self.addCleanup(subprocess.run, ["umount", str(real)], check=True)
+
+    def add_addresses(self, *addresses):
+        for address in addresses:
+            subprocess.run(["ip", "address", "add", address + "/32", "dev", "lo"], check=True)
+            self.addCleanup(subprocess.run, ["ip", "address", "del", address + "/32", "dev", "lo"], check=True)
+
+    def test_servers_are_taken_from_the_file_without_this_machine(self):
+        self.add_addresses("192.0.2.1", "192.0.2.2")
+        upstreams = [Upstream("192.0.2.1"), Upstream("192.0.2.2")]
+        self.file.write_text("nameserver 127.0.0.1\nnameserver 192.0.2.1 # office\nnameserver 192.0.2.2\n")
+        with Host() as host:
+            host.serving()
+            self.assertIn("left out: 127.0.0.1 (this machine)", host.log())
+            self.assertIn("upstream servers from /etc/resolv.conf: 192.0.2.1, 192.0.2.2", host.log())
+            self.assertEqual(resolve("a.example"), address_of("a.example"))
+        self.assertEqual(upstreams[0].asked, 1)
+        for upstream in upstreams:
+            upstream.close()
+
+    def test_change_of_the_file_is_followed_without_a_signal(self):
+        self.add_addresses("192.0.2.1", "192.0.2.2")
+        upstreams = [Upstream("192.0.2.1"), Upstream("192.0.2.2")]
+        self.file.write_text("nameserver 192.0.2.1\n")
+        with Host() as host:
+            host.serving()
+            self.file.write_text("nameserver 192.0.2.2\n")
+            wait_for(lambda: host.status()["upstreams"][0]["address"] == "192.0.2.2", "the new server")
+            wait_for(lambda: resolve("a.example", wait=0.3) and upstreams[1].asked, "an answer from it")
+            # A file without a server (the network is down): the last ones stay.
+            self.file.write_text("# nothing\n")
+            wait_for(lambda: "runs on with what it has" in host.log(), "a line about it")
+            self.assertEqual(host.status()["upstreams"][0]["address"], "192.0.2.2")
+            self.assertEqual(resolve("b.example"), address_of("b.example"))
+        for upstream in upstreams:
+            upstream.close()
+
+    def test_hang_up_reads_the_file_too(self):
+        self.file.write_text("nameserver 192.0.2.1\n")
+        with Host("--probe-interval", "60000") as host:
+            host.serving()
+            self.file.write_text("nameserver 192.0.2.2\n")
+            host.hang_up()
+            wait_for(lambda: host.status()["upstreams"][0]["address"] == "192.0.2.2", "the new server")
+
+    def test_no_server_is_a_status_of_its_own(self):
+        for text in ("", "nameserver 127.0.0.53\n", "nameserver ::1\n", "x" * 70000):
+            self.file.write_text(text)
+            status, said = leaves(*USER)
+            self.assertEqual(status, 5, said)
+            self.assertIn("--server ADDRESS", said)
+
+    def test_given_servers_leave_the_file_alone(self):
+        self.file.write_text("nameserver 192.0.2.1\n")
+        status, said = leaves("--server", "192.0.2.9", "--check")
+        self.assertEqual(status, 0, said)
+        self.assertIn("upstream servers: 192.0.2.9;", said)
+
+
+class FailOver(unittest.TestCase):
+    def states(self, host):
+        return [upstream["state"] for upstream in host.status()["upstreams"]]
+
+    def test_names_resolve_again_within_five_seconds_and_the_first_server_comes_back(self):
+        first, second = Upstream("127.0.0.2"), Upstream("127.0.0.3")
+        with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
+            host.serving()
+            wait_for(lambda: all(u["round_trip_ms"] is not None for u in host.status()["upstreams"]), "answers")
+            self.assertEqual(resolve("a.example"), address_of("a.example"))
+            self.assertEqual((first.asked, second.asked), (1, 0))
+
+            first.loss = 1.0
+            began = time.monotonic()
+            number = 0
+            while resolve(f"b{number}.example", tries=1, wait=0.2) is None:
+                number += 1
+                self.assertLess(time.monotonic() - began, hosting.PATIENCE)
+            seconds = time.monotonic() - began
+            print(f"  names resolve again after {seconds:.1f} s")
+            if not hosting.SANITIZED:
+                self.assertLess(seconds, 5)
+            self.assertEqual(self.states(host), ["silent", "alive"])
+            self.assertIn("upstream servers that are alive: 127.0.0.3", host.log())
+            # A name without records ends the list of servers, which has no silent one in it.
+            self.assertIsNotNone(hosting.ask("none.example"))
+
+            first.loss = 0.0
+            wait_for(lambda: self.states(host) == ["alive", "alive"], "the first server back")
+            print(f"  trusted again {time.monotonic() - began - seconds:.1f} s later")
+            asked = first.asked
+            self.assertEqual(wait_for(lambda: resolve("c.example", wait=0.3), "an answer"), address_of("c.example"))
+            self.assertGreater(first.asked, asked)
+            self.assertEqual(host.restarts(), 2)
+        first.close()
+        second.close()
+
+    def test_loss_of_30_percent_does_not_change_the_order(self):
+        upstreams = [Upstream("127.0.0.2", loss=0.3), Upstream("127.0.0.3", loss=0.3)]
+        with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
+            host.serving()
+            time.sleep(30)
+            self.assertEqual(host.restarts(), 0, host.log())
+        for upstream in upstreams:
+            upstream.close()
+
+    def test_when_all_are_silent_the_order_stays(self):
+        upstreams = [Upstream("127.0.0.2", loss=1.0), Upstream("127.0.0.3", loss=1.0)]
+        with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
+            host.serving()
+            wait_for(lambda: self.states(host) == ["silent", "silent"], "both silent")
+            # One may have been found silent a moment before the other: then the order went to the
+            # other one and back.
+            time.sleep(1)
+            self.assertIn(host.restarts(), (0, 1, 2))
+            restarts = host.restarts()
+            time.sleep(3)
+            self.assertEqual(host.restarts(), restarts)
+        for upstream in upstreams:
+            upstream.close()
+
+    def test_single_server_is_not_asked_by_the_host(self):
+        with Host("--server", "127.0.0.2") as host:
+            host.serving()
+            self.assertEqual(self.states(host), ["not watched"])
+
+
+if __name__ == "__main__":
+    hosting.main()
