@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace {
 
@@ -18,9 +19,13 @@ Announcement announcements[2];
 
 std::atomic<FreeWatch*> FreeWatch::current_{nullptr};
 
-FreeWatch::FreeWatch(const void* block) : block_(block) { current_ = this; }
+FreeWatch::FreeWatch(const void* block, std::function<void()> onFree)
+    : block_(block), onFree_(std::move(onFree)) {
+  current_ = this;
+}
 
-FreeWatch::FreeWatch(const DnsRequest& request) : FreeWatch(request.strDomain.data()) {}
+FreeWatch::FreeWatch(const DnsRequest& request, std::function<void()> onFree)
+    : FreeWatch(request.strDomain.data(), std::move(onFree)) {}
 
 FreeWatch::~FreeWatch() { current_ = nullptr; }
 
@@ -28,7 +33,7 @@ void FreeWatch::Announce(const void* block, const char* text) {
   announcements[announcements[0].block == nullptr ? 0 : 1] = {block, text};
 }
 
-void FreeWatch::Made(const void* block) {
+void FreeWatch::Made(void* block) {
   FreeWatch* const watch = current_;
   if (watch != nullptr && watch->block_ == block) {
     current_ = nullptr;
@@ -38,7 +43,9 @@ void FreeWatch::Made(const void* block) {
 void FreeWatch::Freed(const void* block) {
   FreeWatch* const watch = current_;
   if (watch != nullptr && watch->block_ == block) {
-    ++watch->count_;
+    if (++watch->count_ == 1 && watch->onFree_) {
+      watch->onFree_();
+    }
   }
   for (const Announcement& announcement : announcements) {
     if (block != nullptr && announcement.block == block) {

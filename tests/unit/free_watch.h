@@ -3,6 +3,7 @@
 #define TESTS_UNIT_FREE_WATCH_H_
 
 #include <atomic>
+#include <functional>
 
 #include "dns_proxy_mac/proxy/dns_request.h"
 
@@ -10,11 +11,12 @@
 // (free_watch.cpp) tells it.
 class FreeWatch {
  public:
-  explicit FreeWatch(const void* block);
+  explicit FreeWatch(const void* block, std::function<void()> onFree = {});
 
   // Watches the text of `request`'s name, which has to be longer than a string keeps within itself:
   // the record's destructor frees it, wherever the record's own memory goes.
-  explicit FreeWatch(const DnsRequest& request);
+  // `onFree` runs within the first freeing.
+  explicit FreeWatch(const DnsRequest& request, std::function<void()> onFree = {});
 
   ~FreeWatch();
 
@@ -30,13 +32,14 @@ class FreeWatch {
 
   // Called by operator new and operator delete. Once its address is given out again the watch is
   // over.
-  static void Made(const void* block);
+  static void Made(void* block);
   static void Freed(const void* block);
 
  private:
   static std::atomic<FreeWatch*> current_;
 
   const void* block_;
+  std::function<void()> onFree_;
   std::atomic<int> count_{0};
 };
 

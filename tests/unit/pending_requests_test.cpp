@@ -192,6 +192,20 @@ TEST_F(PendingRequestsTest, RecordThatTheOtherWorkerOnlyFoundBeforeIsFreedAtOnce
   EXPECT_EQ(watch.Count(), 1) << "the other pass has ended";
 }
 
+TEST_F(PendingRequestsTest, RecordThatIsRemovedWhileItIsBeingFoundIsNotFound) {
+  // The narrowest moment: the slot has been read and the record is not yet held. It is met by
+  // letting the finder free the record that it held before, and removing the next one within that.
+  DnsRequest* const first = Insert(7);
+  Insert(8);
+  const PendingRequests::Pass pass(requests_, Worker::kQuery);
+  ASSERT_EQ(Find(7), first);
+  OtherWorkerDeletes(7, Worker::kAnswer);
+  const FreeWatch watch(*first, [&] { OtherWorkerDeletes(8, Worker::kAnswer); });
+  EXPECT_EQ(Find(8), nullptr);
+  EXPECT_EQ(watch.Count(), 1);
+  EXPECT_TRUE(requests_.empty());
+}
+
 TEST_F(PendingRequestsTest, FindingARecordAgainKeepsIt) {
   const FreeWatch watch(*Insert(7));
   const PendingRequests::Pass pass(requests_, Worker::kQuery);
