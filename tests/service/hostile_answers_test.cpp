@@ -159,27 +159,27 @@ class HostileAnswers : public ServiceTest {
 };
 
 TEST_F(HostileAnswers, OfEveryLengthAreRelayedWholeOrEndTheAnswerThreadByTheRules) {
-  Dice dice(20240613);
   std::vector<std::size_t> lengths = {8174, 8175, 8176, 8177, 8190, 8191, 8192, 8193};
   for (std::size_t length = 0; length <= 600; ++length) {
     lengths.push_back(length);
   }
-  Server first("127.0.0.4");
+  Server server("127.0.0.4");
+  const Plan plan = {.servers = {"127.0.0.4"}, .traced = false};
+  Serve(plan);
   for (const std::size_t length : lengths) {
-    Serve({.servers = {"127.0.0.4"}, .traced = false});
     const Application application;
     application.Asks(Query(0x1234, "www.example"));
-    const Bytes forwarded = first.IsAsked();
-    Bytes answer = WithAnswerCountBytes(forwarded, 0, 1);
+    Bytes answer = WithAnswerCountBytes(server.IsAsked(), 0, 1);
     answer.resize(length, 0xEE);
-    first.Answers(answer);
+    server.Answers(answer);
     if (length < 12) {
       EXPECT_TRUE(Process().WaitForReturn().result) << length;
       EXPECT_TRUE(application.HasHeardNothing()) << length;
-      continue;
+      Serve(plan);
+    } else {
+      answer.resize(std::min<std::size_t>(length, 8192));
+      EXPECT_EQ(application.Hears(), UnderId(answer, 0x1234)) << length;
     }
-    answer.resize(std::min<std::size_t>(length, 8192));
-    EXPECT_EQ(application.Hears(), UnderId(answer, 0x1234)) << length;
     ASSERT_FALSE(HasFailure());
   }
 }

@@ -1,0 +1,126 @@
+"""A network, mounts and processes that only this test sees, with NSD and the service in them."""
+
+import contextlib
+import os
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+SKIPPED = 77  # what CTest takes for "not here"
+
+FOLDER = pathlib.Path(__file__).resolve().parent
+UPSTREAM = "127.0.0.2"
+SERVICE = "127.0.0.1"
+MAPPED_NAME = "mapped.example"
+MAPPED_ADDRESS = "10.1.2.3"
+
+_INSIDE = "DNS_PROXY_CLIENTS_INSIDE"
+_TOOLS = ["unshare", "ip", "mount", "nsd", "dig", "kdig", "drill", "host", "getent"]
+_PATIENCE = 30  # seconds in which a server has to answer its first question
+
+
+def skip(reason):
+    print(f"skipped: {reason}")
+    sys.exit(SKIPPED)
+
+
+def enter():
+    """Starts this program anew inside, and does not return there. Returns inside.
+
+    Ends it as skipped where the machine has not what it takes.
+    """
+    if os.environ.get(_INSIDE):
+        subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+        # getaddrinfo with AI_ADDRCONFIG asks for no address on a machine that has 127.0.0.1 alone.
+        subprocess.run(["ip", "address", "add", "198.51.100.1/32", "dev", "lo"], check=True)
+        return
+    for tool in _TOOLS:
+        if shutil.which(tool, path=_search_path()) is None:
+            skip(f"no {tool} on this machine")
+    own = ["--mount", "--net", "--pid", "--fork", "--kill-child"]
+    for way in (["unshare", "--map-root-user", *own], ["unshare", *own]):
+        if subprocess.run([*way, "true"], stderr=subprocess.DEVNULL).returncode == 0:
+            environment = dict(os.environ, PATH=_search_path())
+            environment[_INSIDE] = "1"
+            os.execvpe(way[0], [*way, sys.executable, *sys.argv], environment)
+    skip("this machine does not let us make namespaces")
+
+
+def _search_path():
+    # nsd and ip lie where not every user looks.
+    return os.environ.get("PATH", "") + ":/usr/sbin:/sbin"
+
+
+@contextlib.contextmanager
+def servers(test_host):
+    """NSD and the service in front of it, both answering; gives the folder of this run."""
+    with tempfile.TemporaryDirectory() as name:
+        folder = pathlib.Path(name)
+        shutil.copy(FOLDER / "served.example.zone", folder)
+        configuration = (FOLDER / "nsd.conf").read_text().replace("%FOLDER%", name)
+        (folder / "nsd.conf").write_text(configuration)
+        with (
+            _running(["nsd", "-d", "-c", str(folder / "nsd.conf")], folder / "nsd.log"),
+            _running(
+                [test_host, "--server", UPSTREAM, "--map", f"{MAPPED_NAME}={MAPPED_ADDRESS}"],
+                folder / "service.log",
+            ),
+        ):
+            wait_until_answered(UPSTREAM, "served.example")
+            wait_until_answered(SERVICE, "1.0.0.127.in-addr.arpa")
+            yield folder
+            # No client has sent anything that ended the service.
+            wait_until_answered(SERVICE, "1.0.0.127.in-addr.arpa")
+
+
+@contextlib.contextmanager
+def _running(command, log):
+    with open(log, "wb") as output:
+        process = subprocess.Popen(command, stdout=output, stderr=subprocess.STDOUT)
+        try:
+            yield
+        except BaseException:
+            print(f"--- {log.name}\n{log.read_text(errors='replace')[-4000:]}")
+            raise
+        finally:
+            process.terminate()
+            process.wait()
+
+
+def wait_until_answered(server, name):
+    import dns.exception
+    import dns.message
+    import dns.query
+
+    deadline = time.monotonic() + _PATIENCE
+    while True:
+        try:
+            query = dns.message.make_query(name, "A")
+            dns.query.udp(query, server, timeout=1)
+            return
+        except (dns.exception.Timeout, OSError):
+            if time.monotonic() > deadline:
+                raise
+            time.sleep(0.05)
+
+
+@contextlib.contextmanager
+def resolver_configuration(folder, server, options):
+    """Makes `server` the one that the C library asks, in this process's mounts alone."""
+    (folder / "resolv.conf").write_text(
+        f"nameserver {server}\noptions timeout:5 attempts:1 {options}\n"
+    )
+    (folder / "nsswitch.conf").write_text("hosts: dns\n")
+    covered = []
+    try:
+        for name in ("resolv.conf", "nsswitch.conf"):
+            target = f"/etc/{name}"
+            subprocess.run(["mount", "--bind", str(folder / name), target], check=True)
+            covered.append(target)
+        yield
+    finally:
+        for target in covered:
+            subprocess.run(["umount", target], check=True)
