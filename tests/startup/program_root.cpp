@@ -1,5 +1,10 @@
 #include "tests/startup/program_root.h"
 
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -8,13 +13,6 @@
 #include <iterator>
 
 #include "tests/support/trace_capture.h"
-
-#if defined(__linux__)
-#include <fcntl.h>
-#include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
 
 namespace fs = std::filesystem;
 
@@ -30,8 +28,6 @@ std::string ReadFile(const std::string& path) {
 }
 
 }  // namespace
-
-#if defined(__linux__)
 
 ProgramRoot::ProgramRoot() {
   char name[] = "/tmp/dns-proxy-root-XXXXXX";
@@ -120,15 +116,6 @@ ProgramRun ProgramRoot::Run() {
   run.commands = support::SplitLines(ReadFile(Outside(kCommandLog)));
   return run;
 }
-
-#else
-
-// Only Linux has the namespaces: every test of this folder is skipped elsewhere.
-ProgramRoot::ProgramRoot() : problem_("only Linux has namespaces") {}
-ProgramRoot::~ProgramRoot() = default;
-ProgramRun ProgramRoot::Run() { return {}; }
-
-#endif
 
 void ProgramRoot::WriteFile(const std::string& path, const std::string& content) {
   fs::create_directories(fs::path(Outside(path)).parent_path());
