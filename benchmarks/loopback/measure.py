@@ -5,7 +5,7 @@ usage: measure.py PROGRAMS RESULTS [--quick | --smoke]
 
   PROGRAMS   the folder of the programs (a Release build)
   RESULTS    the JSON file to write
-  --quick    a quarter of the rounds
+  --quick    a quarter of the time
   --smoke    one round of a few queries: shows that all works, and measures nothing
 
 Every measured program runs in a network namespace of its own (cell.py) on one processor; load and
@@ -24,6 +24,7 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 
 SKIPPED = 77
 
@@ -44,6 +45,7 @@ SUBJECTS = {
     "service-terminal": ("service", "terminal", [HOST_MAP, FORWARD]),
 }
 
+QUERIES = 20000  # a round
 WINDOW = 32  # queries on their way at a time
 
 # 60,000 pending, the queries that show their arrival (one for 64), warm-up and load have to fit into
@@ -77,11 +79,20 @@ class Cell:
         self.process.wait(timeout=30)
 
 
-def measure_ratios(cells, rounds, queries):
+def rounds_for(seconds, least):
+    """Counts rounds from 0 until so many seconds have passed, at least so many rounds."""
+    began = time.monotonic()
+    number = 0
+    while number < least or time.monotonic() - began < seconds:
+        yield number
+        number += 1
+
+
+def measure_ratios(cells, seconds, queries):
     """{subject: {work: [a round's figures]}}; the first round warms up and is not kept."""
     results = {name: {work: [] for work, _ in SUBJECTS[name][2]} for name in SUBJECTS}
     order = list(SUBJECTS)
-    for number in range(rounds + 1):
+    for number in rounds_for(seconds, 5 if seconds else 2):
         for name in order:
             for work, question in SUBJECTS[name][2]:
                 figures = cells[name].ask("load", question, queries, WINDOW)
@@ -91,10 +102,10 @@ def measure_ratios(cells, rounds, queries):
     return results
 
 
-def measure_pending(cell, rounds, scale):
+def measure_pending(cell, seconds, scale):
     """{level: [a round's figures]}: each on a service of its own that was just started."""
     results = {level: [] for level in PENDING_LEVELS}
-    for _ in range(rounds):
+    for _ in rounds_for(seconds, 3 if seconds else 1):
         for level in PENDING_LEVELS:
             cell.ask("restart")
             before = cell.ask("memory")
@@ -140,9 +151,11 @@ def main():
     if platform.system() != "Linux" or not namespaces_allowed():
         print("skipped: needs network namespaces")
         return SKIPPED
-    rounds, pending_rounds, queries = (1, 1, 200) if smoke else (5, 2, 20000) if quick else (24, 10, 20000)
+    scale = 100 if smoke else 1
+    seconds = 0 if smoke else 25 if quick else 100
+    queries = QUERIES // scale
 
-    results = {"machine": machine(), "rounds": rounds, "queries": queries, "window": WINDOW}
+    results = {"machine": machine(), "queries": queries, "window": WINDOW}
     with tempfile.TemporaryDirectory(dir=results_file.resolve().parent) as folder:
         cells = {}
         try:
@@ -150,8 +163,9 @@ def main():
                 cells[name] = Cell(programs, program, trace, folder)
             results["idle_memory"] = cells["service"].ask("memory")
             results["generators"] = measure_generators(cells["echo"], smoke)
-            results["loads"] = measure_ratios(cells, rounds, queries)
-            results["pending"] = measure_pending(cells["service"], pending_rounds, 100 if smoke else 1)
+            results["loads"] = measure_ratios(cells, seconds, queries)
+            results["rounds"] = len(results["loads"]["echo"]["host-map"])
+            results["pending"] = measure_pending(cells["service"], seconds / 2, scale)
         finally:
             for cell in cells.values():
                 cell.close()
