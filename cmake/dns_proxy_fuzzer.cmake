@@ -12,7 +12,8 @@ function(dns_proxy_fuzzer name)
   set(target ${name}_fuzzer)
   set(corpus "${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
 
-  add_executable(${target} ${fuzzer_SOURCES})
+  add_executable(${target}
+    ${fuzzer_SOURCES} "${dns_proxy_mac_SOURCE_DIR}/tests/support/sanitizer_options.cpp")
   dns_proxy_options(${target})
   target_link_libraries(${target} PRIVATE ${fuzzer_LIBRARIES})
   if(dns_proxy_mac_FUZZ)

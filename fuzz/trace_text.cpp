@@ -33,7 +33,8 @@ void TraceText::GiveBack() {
 void RequireTrace(const support::TraceLines& expected, const support::TraceLines& actual) {
   bool same = expected.size() == actual.size();
   for (std::size_t i = 0; same && i < expected.size(); ++i) {
-    same = support::TraceLineMatches(expected[i], actual[i]);
+    // The first for texts that hold the placeholder themselves, as fuzzers find out.
+    same = expected[i] == actual[i] || support::TraceLineMatches(expected[i], actual[i]);
   }
   if (!same) {
     for (const std::string& line : expected) {
