@@ -5,7 +5,6 @@ import pathlib
 import socket
 import subprocess
 import time
-import unittest
 
 import hosting
 from hosting import Host, resolve, wait_for
@@ -47,7 +46,7 @@ def microseconds_a_query(process):
         return (processor_seconds(process) - before) / QUERIES * 1e6
 
 
-class Cost(unittest.TestCase):
+class Cost(hosting.TestCase):
     def test_trace_that_is_off_costs_no_more_than_throwing_it_away(self):
         bare_costs, off_costs = [], []
         for _ in range(3):
@@ -76,7 +75,8 @@ class Cost(unittest.TestCase):
                 time.sleep(seconds)
                 after = switches(host.process.pid), switches(child)
                 return [(b - a) / seconds for a, b in zip(before, after)]
-            upstreams = [hosting.Upstream(address) for address in ("127.0.0.2", "127.0.0.3")]
+            for address in ("127.0.0.2", "127.0.0.3"):
+                self.upstream(address)
             busy = over(5)
             time.sleep(6)
             idle = over(20)
@@ -84,8 +84,6 @@ class Cost(unittest.TestCase):
                   f"{idle[0]:.1f} and {idle[1]:.1f} after ten seconds without a query")
             self.assertLess(idle[0], busy[0])
             self.assertLess(sum(idle), 5)
-            for upstream in upstreams:
-                upstream.close()
 
 
 if __name__ == "__main__":

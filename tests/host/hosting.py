@@ -152,18 +152,23 @@ class Upstream:
         self.asked = 0  # by applications; the host's own questions are for the root
         self._random = random.Random(address)
         self._sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self._sock.settimeout(0.05)
         self._sock.bind((address, 53))
-        threading.Thread(target=self._serve, daemon=True).start()
+        self._closing = False
+        self._thread = threading.Thread(target=self._serve, daemon=True)
+        self._thread.start()
 
     def close(self):
+        self._closing = True
+        self._thread.join()
         self._sock.close()
 
     def _serve(self):
-        while True:
+        while not self._closing:
             try:
                 query, sender = self._sock.recvfrom(8192)
-            except OSError:
-                return
+            except TimeoutError:
+                continue
             name = question_name(query)
             self.asked += bool(name)
             if self._random.random() < self.loss:
@@ -174,6 +179,14 @@ class Upstream:
                 self._sock.sendto(answer(query, None), sender)
             else:
                 self._sock.sendto(answer(query, address_of(name)), sender)
+
+
+class TestCase(unittest.TestCase):
+    def upstream(self, address, loss=0.0):
+        """A server that runs to the end of the test."""
+        server = Upstream(address, loss)
+        self.addCleanup(server.close)
+        return server
 
 
 # --- The host -----------------------------------------------------------------------------------

@@ -8,7 +8,6 @@ import socket
 import subprocess
 import tempfile
 import time
-import unittest
 
 import hosting
 from hosting import Host, leaves, resolve, wait_for
@@ -17,7 +16,7 @@ SERVER = ("--server", "127.0.0.2")
 USER = () if hosting.has_all_users() else ("--user", "root")
 
 
-class BadInput(unittest.TestCase):
+class BadInput(hosting.TestCase):
     def test_each_fault_is_one_line_and_status_2_before_anything_starts(self):
         with tempfile.NamedTemporaryFile("w", suffix=".hosts") as hosts:
             hosts.write("192.0.2.1 fine.example\n192.0.2.300 bad.example\n")
@@ -64,7 +63,7 @@ class BadInput(unittest.TestCase):
             self.assertIn(text, done.stdout)
 
 
-class Port(unittest.TestCase):
+class Port(hosting.TestCase):
     def test_port_taken_names_who_has_it(self):
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
             sock.bind(("0.0.0.0", 53))
@@ -125,7 +124,7 @@ class Port(unittest.TestCase):
             self.assertEqual(host.log().count("taken"), 1, "said once, tried again and again")
 
 
-class Surroundings(unittest.TestCase):
+class Surroundings(hosting.TestCase):
     def test_descriptors_of_the_starting_process_do_not_keep_the_sockets_out_of_select(self):
         soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
         wanted = 1100 if hard == resource.RLIM_INFINITY else min(hard, 4096)
@@ -155,7 +154,7 @@ class Surroundings(unittest.TestCase):
         def large():
             resource.setrlimit(resource.RLIMIT_STACK, (64 * 1024 * 1024, resource.getrlimit(resource.RLIMIT_STACK)[1]))
 
-        upstream = hosting.Upstream("127.0.0.2")
+        self.upstream("127.0.0.2")
         with Host(*SERVER, "--map", "a.example=192.0.2.1", preexec_fn=large) as host:
             host.serving()
             child = host.child()
@@ -173,7 +172,6 @@ class Surroundings(unittest.TestCase):
             hosting.ask("runt.example", tries=1, wait=0.2)
             wait_for(lambda: host.restarts() == 1, "a restart")
             self.assertIn("answer thread ended", host.status()["last_restarts"][0]["why"])
-        upstream.close()
 
     def test_blocked_signals_are_let_through(self):
         def block():
@@ -184,7 +182,7 @@ class Surroundings(unittest.TestCase):
             self.assertEqual(host.stop()[0], 0)
 
 
-class Manners(unittest.TestCase):
+class Manners(hosting.TestCase):
     def test_term_and_interrupt_stop_everything_and_leave_nothing(self):
         for number in (signal.SIGTERM, signal.SIGINT):
             with self.subTest(signal=number), Host(*SERVER) as host:

@@ -8,7 +8,6 @@ import signal
 import statistics
 import threading
 import time
-import unittest
 
 import hosting
 from hosting import Host, KILLERS, resolve, send, wait_for
@@ -30,7 +29,7 @@ def back_after(host, blow):
     return time.monotonic() - began
 
 
-class Supervision(unittest.TestCase):
+class Supervision(hosting.TestCase):
     def measure(self, host, name, blow, rounds=9):
         times = []
         for _ in range(rounds):
@@ -42,7 +41,7 @@ class Supervision(unittest.TestCase):
             self.assertLess(statistics.median(times), 0.5)
 
     def test_back_within_half_a_second_without_any_probe(self):
-        upstream = hosting.Upstream("127.0.0.2")
+        self.upstream("127.0.0.2")
         with Host(*BY_EVENT) as host:
             host.serving()
             for name, datagram in KILLERS.items():
@@ -54,7 +53,6 @@ class Supervision(unittest.TestCase):
             self.assertEqual(host.status()["last_restarts"][0]["why"], "service was ended by signal 9")
             self.measure(host, "SIGSTOP", lambda: os.kill(host.child(), signal.SIGSTOP))
             self.assertEqual(host.status()["last_restarts"][0]["why"], "service was stopped by a signal")
-        upstream.close()
 
     def test_hang_that_nothing_reports_is_found_by_the_probe(self):
         # A tracer holds the query thread: for the parent the service neither ends nor stops.

@@ -9,7 +9,6 @@ import subprocess
 import tempfile
 import threading
 import time
-import unittest
 
 import hosting
 from hosting import KILLERS, Host, address_in, ask, send
@@ -18,10 +17,10 @@ SECONDS = int(os.environ.get("SECONDS_UNDER_FIRE", "60"))
 CLIENTS = 8
 
 
-class UnderFire(unittest.TestCase):
+class UnderFire(hosting.TestCase):
     def test_retrying_clients_are_answered_and_never_wrongly(self):
         self.assertIsNotNone(shutil.which("dnsperf"), "dnsperf is not installed")
-        upstreams = [hosting.Upstream("127.0.0.2"), hosting.Upstream("127.0.0.3")]
+        upstreams = [self.upstream("127.0.0.2"), self.upstream("127.0.0.3")]
         counts = collections.Counter()
         wrong = []
         end = time.monotonic() + SECONDS

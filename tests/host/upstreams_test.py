@@ -4,15 +4,14 @@ import pathlib
 import subprocess
 import tempfile
 import time
-import unittest
 
 import hosting
-from hosting import Host, Upstream, address_of, leaves, resolve, wait_for
+from hosting import Host, address_of, leaves, resolve, wait_for
 
 USER = () if hosting.has_all_users() else ("--user", "root")
 
 
-class ResolvConf(unittest.TestCase):
+class ResolvConf(hosting.TestCase):
     """/etc/resolv.conf is a file of the test's own, in the test's own mount namespace."""
 
     def setUp(self):
@@ -31,7 +30,7 @@ class ResolvConf(unittest.TestCase):
 
     def test_servers_are_taken_from_the_file_without_this_machine(self):
         self.add_addresses("192.0.2.1", "192.0.2.2")
-        upstreams = [Upstream("192.0.2.1"), Upstream("192.0.2.2")]
+        upstreams = [self.upstream("192.0.2.1"), self.upstream("192.0.2.2")]
         self.file.write_text("nameserver 127.0.0.1\nnameserver 192.0.2.1 # office\nnameserver 192.0.2.2\n")
         with Host() as host:
             host.serving()
@@ -39,12 +38,10 @@ class ResolvConf(unittest.TestCase):
             self.assertIn("upstream servers from /etc/resolv.conf: 192.0.2.1, 192.0.2.2", host.log())
             self.assertEqual(resolve("a.example"), address_of("a.example"))
         self.assertEqual(upstreams[0].asked, 1)
-        for upstream in upstreams:
-            upstream.close()
 
     def test_change_of_the_file_is_followed_without_a_signal(self):
         self.add_addresses("192.0.2.1", "192.0.2.2")
-        upstreams = [Upstream("192.0.2.1"), Upstream("192.0.2.2")]
+        upstreams = [self.upstream("192.0.2.1"), self.upstream("192.0.2.2")]
         self.file.write_text("nameserver 192.0.2.1\n")
         with Host() as host:
             host.serving()
@@ -56,8 +53,6 @@ class ResolvConf(unittest.TestCase):
             wait_for(lambda: "runs on with what it has" in host.log(), "a line about it")
             self.assertEqual(host.status()["upstreams"][0]["address"], "192.0.2.2")
             self.assertEqual(resolve("b.example"), address_of("b.example"))
-        for upstream in upstreams:
-            upstream.close()
 
     def test_hang_up_reads_the_file_too(self):
         self.file.write_text("nameserver 192.0.2.1\n")
@@ -81,12 +76,12 @@ class ResolvConf(unittest.TestCase):
         self.assertIn("upstream servers: 192.0.2.9;", said)
 
 
-class FailOver(unittest.TestCase):
+class FailOver(hosting.TestCase):
     def states(self, host):
         return [upstream["state"] for upstream in host.status()["upstreams"]]
 
     def test_names_resolve_again_within_five_seconds_and_the_first_server_comes_back(self):
-        first, second = Upstream("127.0.0.2"), Upstream("127.0.0.3")
+        first, second = self.upstream("127.0.0.2"), self.upstream("127.0.0.3")
         with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
             host.serving()
             wait_for(lambda: all(u["round_trip_ms"] is not None for u in host.status()["upstreams"]), "answers")
@@ -115,20 +110,18 @@ class FailOver(unittest.TestCase):
             self.assertEqual(wait_for(lambda: resolve("c.example", wait=0.3), "an answer"), address_of("c.example"))
             self.assertGreater(first.asked, asked)
             self.assertEqual(host.restarts(), 2)
-        first.close()
-        second.close()
 
     def test_loss_of_30_percent_does_not_change_the_order(self):
-        upstreams = [Upstream("127.0.0.2", loss=0.3), Upstream("127.0.0.3", loss=0.3)]
+        self.upstream("127.0.0.2", loss=0.3)
+        self.upstream("127.0.0.3", loss=0.3)
         with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
             host.serving()
             time.sleep(30)
             self.assertEqual(host.restarts(), 0, host.log())
-        for upstream in upstreams:
-            upstream.close()
 
     def test_when_all_are_silent_the_order_stays(self):
-        upstreams = [Upstream("127.0.0.2", loss=1.0), Upstream("127.0.0.3", loss=1.0)]
+        self.upstream("127.0.0.2", loss=1.0)
+        self.upstream("127.0.0.3", loss=1.0)
         with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
             host.serving()
             wait_for(lambda: self.states(host) == ["silent", "silent"], "both silent")
@@ -139,8 +132,6 @@ class FailOver(unittest.TestCase):
             restarts = host.restarts()
             time.sleep(3)
             self.assertEqual(host.restarts(), restarts)
-        for upstream in upstreams:
-            upstream.close()
 
     def test_single_server_is_not_asked_by_the_host(self):
         with Host("--server", "127.0.0.2") as host:
