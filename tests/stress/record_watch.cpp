@@ -30,20 +30,26 @@ long RecordsFreed() { return freed.load(std::memory_order_relaxed); }
 // The sanitizer's allocator stays in place: it tells of each block, and finds by itself what is
 // freed twice or used afterwards.
 
-#include <sanitizer/allocator_interface.h>
+// The runtimes' own declarations come with clang and not with g++.
+extern "C" {
 
-extern "C" void __sanitizer_malloc_hook(const volatile void* /*block*/, std::size_t size) {
+std::size_t __sanitizer_get_allocated_size(const volatile void* block);
+void __sanitizer_malloc_hook(const volatile void* block, std::size_t size);
+void __sanitizer_free_hook(const volatile void* block);
+
+void __sanitizer_malloc_hook(const volatile void* /*block*/, std::size_t size) {
   if (size == sizeof(DnsRequest)) {
     made.fetch_add(1, std::memory_order_relaxed);
   }
 }
 
-extern "C" void __sanitizer_free_hook(const volatile void* block) {
-  if (block != nullptr &&
-      __sanitizer_get_allocated_size(const_cast<const void*>(block)) == sizeof(DnsRequest)) {
+void __sanitizer_free_hook(const volatile void* block) {
+  if (block != nullptr && __sanitizer_get_allocated_size(block) == sizeof(DnsRequest)) {
     freed.fetch_add(1, std::memory_order_relaxed);
   }
 }
+
+}  // extern "C"
 
 #else
 
