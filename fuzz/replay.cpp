@@ -1,5 +1,6 @@
-// Stands in for libFuzzer: runs the target once for each file of the folders (or files) given. Each
-// input is copied into a block of exactly its size, so that a sanitizer sees the first byte outside.
+// Stands in for libFuzzer: runs the target once for each file of the folders (or files) given.
+// Each input is copied into a block of exactly its size, so that a sanitizer sees the first byte
+// outside.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -14,8 +14,8 @@
 
 namespace stress {
 
-// Fills the service's globals and runs both workers until destruction, with the trace going nowhere:
-// keep assertions out of its life, GoogleTest writes to standard output too.
+// Fills the service's globals and runs both workers until destruction. The trace goes nowhere, and
+// with it what GoogleTest prints: keep assertions out of its life.
 //
 // One at a time in a process.
 class Workers {

@@ -1,4 +1,5 @@
-// dns_proxy_soak: very many queries through the running service, and a table of what became of them.
+// dns_proxy_soak: very many queries through the running service, and a table of what became of
+// them.
 //
 // Exits with 1 on any loss, wrong answer, or memory that does not come back; with 77 when the
 // machine does not allow a network of its own.
