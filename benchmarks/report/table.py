@@ -40,6 +40,8 @@ def main():
     print(f"{here['processor']}, {here['processors']} processors, {here['system']}; "
           f"{results['rounds']} rounds of {results['queries']:,} queries; "
           f"load average {here['load_average']:.1f}")
+    if figures.busy(results["loads"]["echo"]["host-map"]) < 0.8:
+        print("THE MACHINE IS NOT IDLE: the load did not keep the bare echo busy. Measure again.")
     print("\nload generators (ours is `load`)")
     for line in generators(results):
         print(line)
