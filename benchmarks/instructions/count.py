@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Instructions outside the kernel that one query costs, counted by callgrind, in all and by function.
+"""Instructions outside the kernel that one query costs, by callgrind, in all and by function.
 
 usage: count.py DRIVER COMPILER [--functions N] [--json FILE]
                 [--record FILE | --compare FILE | --check FILE]
@@ -13,7 +13,8 @@ usage: count.py DRIVER COMPILER [--functions N] [--json FILE]
                     than 3 % more than recorded; 77 when there is no valgrind or the counts were
                     recorded with another compiler or C library
 
-The counts repeat from run to run. They belong to a compiler and a C library: printf is most of them.
+The counts repeat from run to run. They belong to a compiler and a C library: most
+of them are printf's.
 """
 
 import argparse
@@ -42,7 +43,7 @@ WORKLOADS = {
 
 class Profile:
     """Cost by function, from callgrind's file: `inclusive` with all that it calls, `attributed`
-    with what it calls outside the program (the C and C++ libraries); the latter sum to the total."""
+    with what it calls outside the program (the C and C++ libraries), which sum to the total."""
 
     def __init__(self, path, program):
         self.own = {}  # (object, function) -> cost of its own instructions
@@ -114,7 +115,8 @@ def count(driver, workload):
         out = pathlib.Path(folder) / "callgrind.out"
         run = subprocess.run(
             ["valgrind", "--tool=callgrind", "--collect-atstart=no", "--compress-strings=no",
-             "--compress-pos=no", f"--callgrind-out-file={out}", str(driver), workload, str(PASSES)],
+             "--compress-pos=no", f"--callgrind-out-file={out}",
+             str(driver), workload, str(PASSES)],
             capture_output=True, text=True, timeout=300, check=False)
         if run.returncode != 0 or not out.exists():
             sys.exit(f"{workload}: the driver failed under valgrind:\n{run.stderr}")
@@ -145,7 +147,8 @@ def print_functions(counts, number):
         print(f"\n{meaning}: {counts[workload]['total']:,} instructions")
         print(f"  {'inclusive':>9} {'own + library':>14} {'own':>6}  function")
         for name, cost in list(counts[workload]["functions"].items())[:number]:
-            print(f"  {cost['inclusive']:>9,} {cost['with_library']:>14,} {cost['own']:>6,}  {name}")
+            print(f"  {cost['inclusive']:>9,} {cost['with_library']:>14,} {cost['own']:>6,}  "
+                  f"{name}")
         print(f"  {'inclusive':>9}  of the libraries, called by these")
         for name, cost in list(counts[workload]["library"].items())[:number]:
             print(f"  {cost:>9,}  {name}")
@@ -174,7 +177,8 @@ def grown(counts, recorded):
             for name in {*now["functions"], *before["functions"]}}
         worst = [f"{name} {by:+,}"
                  for name, by in sorted(growth.items(), key=lambda item: -item[1])[:3] if by > 0]
-        lines.append(f"{meaning}: {before['total']:,} -> {now['total']:,}; grown: {', '.join(worst)}")
+        lines.append(f"{meaning}: {before['total']:,} -> {now['total']:,}; "
+                     f"grown: {', '.join(worst)}")
     return lines
 
 

@@ -2,8 +2,8 @@
 //
 //   bare_echo [--trace]
 //
-// Answers on 127.0.0.1 port 53 with the query itself, its response bit set. --trace: also prints the
-// lines that the service prints for such a query, to show what the rest of the service costs.
+// Answers on 127.0.0.1 port 53 with the query itself, its response bit set. --trace: also prints
+// the lines that the service prints for such a query, to show what the rest of the service costs.
 #include <netinet/in.h>
 #include <sys/select.h>
 #include <sys/socket.h>

@@ -1,5 +1,5 @@
-// Datagrams by the dozen with one system call, so that the processes that measure cost less than the
-// one that is measured.
+// Datagrams by the dozen with one system call, so that the processes that measure cost less than
+// the one that is measured.
 #ifndef BENCHMARKS_LOOPBACK_BATCH_H_
 #define BENCHMARKS_LOOPBACK_BATCH_H_
 
@@ -43,7 +43,8 @@ class Batch {
     return recvmmsg(sock, headers_.data(), kCapacity, MSG_WAITFORONE, nullptr);
   }
 
-  // Says that message `i`, to be sent, has `length` bytes. `connected`: it goes where the socket does.
+  // Says that message `i`, to be sent, has `length` bytes. `connected`: it goes where the socket
+  // does, and not to its address.
   void Prepare(int i, int length, bool connected) {
     vectors_[static_cast<std::size_t>(i)].iov_len = static_cast<std::size_t>(length);
     headers_[static_cast<std::size_t>(i)].msg_hdr.msg_namelen =

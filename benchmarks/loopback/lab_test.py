@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The lab works: every program answers, the bare loops' trace is the service's, table, page and plots
-come out. No time is looked at. Exit status 77 when the machine does not allow namespaces.
+"""The lab works: every program answers, the bare loops' trace is the service's, table, page and
+plots come out. No time is looked at. Exit status 77 when the machine does not allow namespaces.
 
 usage: lab_test.py PROGRAMS
 """
@@ -53,7 +53,8 @@ def main():
         print(f"the same {len(echo)} and {len(relay)} trace lines as the service")
 
         results = pathlib.Path(folder) / "results.json"
-        subprocess.run([sys.executable, HERE / "measure.py", programs, results, "--smoke"], check=True)
+        subprocess.run([sys.executable, HERE / "measure.py", programs, results, "--smoke"],
+                       check=True)
         recorded = HERE.parent / "instructions" / "recorded.json"
         docs = pathlib.Path(folder) / "docs"
         docs.mkdir()

@@ -1,4 +1,4 @@
-// The load: queries for one name to 127.0.0.1 port 53, a fixed number of them on their way at a time.
+// The load: queries for one name to 127.0.0.1 port 53, a fixed number on their way at a time.
 //
 //   load NAME QUERIES WINDOW       every query has to be answered, within a second
 //   load NAME QUERIES silent       no query of NAME is answered: every 64 of them are followed by a

@@ -48,8 +48,8 @@ SUBJECTS = {
 QUERIES = 20000  # a round
 WINDOW = 32  # queries on their way at a time
 
-# 60,000 pending, the queries that show their arrival (one for 64), warm-up and load have to fit into
-# 65,536 identifiers.
+# 60,000 pending, the queries that show their arrival (one for 64), warm-up and load have to fit
+# into 65,536 identifiers.
 PENDING_LEVELS = [0, 1000, 10000, 60000]
 PENDING_WARM_UP = 300
 PENDING_QUERIES = 4000
@@ -59,7 +59,8 @@ class Cell:
     def __init__(self, programs, subject, trace, folder):
         self.process = subprocess.Popen(
             ["unshare", "--user", "--map-root-user", "--net", sys.executable,
-             str(pathlib.Path(__file__).with_name("cell.py")), str(programs), subject, trace, folder],
+             str(pathlib.Path(__file__).with_name("cell.py")), str(programs), subject, trace,
+             folder],
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         self.answer()
 

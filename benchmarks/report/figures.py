@@ -1,7 +1,7 @@
 """What the measurements say: ratios, their spread, and the goals beside them.
 
-A ratio is of two programs' processor time a query. `quietest` takes each one's quietest round, which
-the machine's other work has disturbed least; the median and the spread are of the ratios round by
+A ratio is of two programs' processor time a query. `quietest` takes each one's quietest round,
+which the machine's other work has disturbed least; the median and the spread are of the ratios round by
 round, the two rounds being neighbours in time.
 """
 
@@ -76,7 +76,8 @@ def rows(results, instructions):
     for what, ratio, goal in ratios(results):
         table.append((
             what,
-            f"{ratio.quietest:.2f} (median {ratio.median:.2f}, {ratio.low:.2f} to {ratio.high:.2f})",
+            f"{ratio.quietest:.2f} "
+            f"(median {ratio.median:.2f}, {ratio.low:.2f} to {ratio.high:.2f})",
             f"<= {goal:.2f}" if goal else "",
             ratio.quietest <= goal if goal else None))
 

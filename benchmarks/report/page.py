@@ -66,7 +66,8 @@ def benchmarks_page(results, instructions):
         for name, works in results["loads"].items() for work, rounds in works.items()
         for costs in [sorted(figures.microseconds(rounds))]]
     generators = [
-        (name, f"{load['queries'] / load['passed']:,.0f}", f"{load['processor'] / load['passed']:.0%}")
+        (name, f"{load['queries'] / load['passed']:,.0f}",
+         f"{load['processor'] / load['passed']:.0%}")
         for name, load in results["generators"].items()]
     return "\n\n".join([
         f"Measured by `scripts/bench --report` on {machine(results, instructions)}",

@@ -22,7 +22,8 @@ def _text(x, y, text, anchor="start", colour="#222222"):
 
 
 def _rectangle(x, y, width, height, colour):
-    return f'<rect x="{x:.1f}" y="{y:.1f}" width="{width:.1f}" height="{height:.1f}" fill="{colour}"/>'
+    return (f'<rect x="{x:.1f}" y="{y:.1f}" width="{width:.1f}" height="{height:.1f}" '
+            f'fill="{colour}"/>')
 
 
 def _line(x1, y1, x2, y2, colour="#dddddd", dashed=False):
@@ -62,7 +63,8 @@ def stacked_bars(title, unit, bars):
 def range_bars(title, unit, bars):
     """`bars`: (label, value, low, high, goal or None)."""
     out = []
-    scale = (WIDTH - LEFT - RIGHT) / max(max(value, high, goal or 0) for _, value, _, high, goal in bars)
+    longest = max(max(value, high, goal or 0) for _, value, _, high, goal in bars)
+    scale = (WIDTH - LEFT - RIGHT) / longest
     y = TOP
     for label, value, low, high, goal in bars:
         out.append(_text(LEFT - 8, y + 17, label, "end"))

@@ -21,8 +21,8 @@ inline constexpr char kReverseName[] = "4.3.2.1.in-addr.arpa";
 // A recursive query of class IN for `name` (labels joined by dots), type A. `id` in wire order.
 Message MakeQuery(const std::string& name, std::uint16_t id);
 
-// Turns the query in `message`, `length` bytes with room for 16 more, into the response that carries
-// one A record, 192.0.2.7, and returns the response's length.
+// Turns the query in `message`, `length` bytes with room for 16 more, into the response that
+// carries one A record, 192.0.2.7, and returns the response's length.
 int TurnIntoResponse(unsigned char* message, int length);
 
 // The same response to `query`.

@@ -1,5 +1,5 @@
-// Runs the unit benchmarks. Standard output, which takes the service's trace, goes to /dev/null; the
-// table goes to what was standard output before.
+// Runs the unit benchmarks. Standard output, which takes the service's trace, goes to /dev/null;
+// the table goes to what was standard output before.
 //
 //   ExtractDomain/*        reading a question: question_benchmark.cpp
 //   HostTableFind/*        a look-up in the host map: host_table_benchmark.cpp
