@@ -1,4 +1,5 @@
-// Random choices that are the same in every run.
+// Random choices that are the same in every run, and with every compiler as long as no two of them
+// are arguments of one call.
 #ifndef TESTS_SERVICE_DICE_H_
 #define TESTS_SERVICE_DICE_H_
 

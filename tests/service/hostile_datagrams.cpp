@@ -41,7 +41,7 @@ void AppendName(Dice& dice, DnsMessageBuilder& query, const std::string& mappedN
       query.Name("1.0.168.192.in-addr.arpa");
       return;
     case 3:  // the text that makes a reverse look-up, within a label
-      query.Label(dice.Label(2) + ".in-addr.arpa" + dice.Label(2)).Root();
+      query.Label("x.in-addr.arpa" + dice.Label(2)).Root();
       return;
     case 4:  // the mapped name as one label, dots and all
       query.Label(InAnyCase(dice, mappedName)).Root();
@@ -104,7 +104,8 @@ Bytes HostileQuery(Dice& dice, const std::string& mappedName) {
 }
 
 Bytes HostileAnswer(Dice& dice) {
-  Bytes answer = dice.Bytes(12 + dice.Roll(dice.OnceIn(50) ? 8190 : 120));
+  // Now and then up to the greatest length that is relayed whole, and beyond.
+  Bytes answer = dice.Bytes(dice.OnceIn(50) ? 8180 + dice.Roll(30) : 12 + dice.Roll(120));
   if (dice.OnceIn(2)) {  // counts near the borders between records and none
     constexpr unsigned char kBorders[] = {0x00, 0x01, 0x7F, 0x80, 0xFF};
     answer[6] = kBorders[dice.Roll(5)];

@@ -41,6 +41,9 @@ class HostileQueries : public ServiceTest {
 
   // Sends `datagram`, from one application after the other, and notes what has to come of it.
   void Send(const Bytes& datagram) {
+    if (HasFailure()) {
+      return;  // the first one counts, and each wait for what does not come is long
+    }
     const Verdict verdict = Judge(datagram, kHostMap);
     if (verdict.fate == Fate::kEndsTheThread) {
       CheckAll();
@@ -86,7 +89,7 @@ class HostileQueries : public ServiceTest {
     }
     forwarded_.clear();
     waitingBytes_ = 0;
-    ASSERT_FALSE(HasFailure()) << "after " << datagrams_ << " datagrams";
+    EXPECT_FALSE(HasFailure()) << "after " << datagrams_ << " datagrams";
   }
 
   int Datagrams() const { return datagrams_; }

@@ -92,7 +92,7 @@ struct ServiceProcess::Report {
 };
 
 ServiceProcess::ServiceProcess(const Plan& plan)
-    : trace_(static_cast<int>(memfd_create("trace", MFD_CLOEXEC))) {
+    : traced_(plan.traced), trace_(static_cast<int>(memfd_create("trace", MFD_CLOEXEC))) {
   void* const shared =
       mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   int leave[2];
@@ -158,7 +158,9 @@ void ServiceProcess::Run(const Plan& plan, int leave) const {
 }
 
 void ServiceProcess::WaitUntilStarted() const {
-  ASSERT_TRUE(Eventually([this] { return PortIsTaken() || HasEnded(); }) && !HasEnded());
+  // What is sent from the bind on waits for the query thread.
+  ASSERT_TRUE(traced_ ? Traces("func: StartDnsSrv(line:%d) pthread_create thread_query success")
+                      : Eventually([this] { return PortIsTaken() || HasEnded(); }) && !HasEnded());
 }
 
 bool ServiceProcess::HasReturned() const { return report_->returned.load(); }
@@ -198,23 +200,32 @@ support::TraceLines ServiceProcess::Trace() const {
   return support::SplitLines(text);
 }
 
+int ServiceProcess::CountTraced(const std::string& line) const {
+  const support::TraceLines lines = Trace();
+  return static_cast<int>(std::count_if(
+      lines.begin(), lines.end(),
+      [&line](const std::string& actual) { return support::TraceLineMatches(line, actual); }));
+}
+
 bool ServiceProcess::Traces(const std::string& line, int times) const {
+  return Eventually([&] { return CountTraced(line) >= times || HasEnded(); }) && !HasEnded();
+}
+
+bool ServiceProcess::Interrupt(int signal, const std::string& line) const {
   return Eventually([&] {
-           const support::TraceLines lines = Trace();
-           return HasEnded() ||
-                  std::count_if(lines.begin(), lines.end(), [&line](const std::string& actual) {
-                    return support::TraceLineMatches(line, actual);
-                  }) >= times;
+           syscall(SYS_tgkill, pid_, pid_, signal);
+           usleep(20 * 1000);
+           return CountTraced(line) > 0 || HasEnded();
          }) &&
          !HasEnded();
 }
 
-void ServiceProcess::InterruptAnswerThread() const {
-  syscall(SYS_tgkill, pid_, pid_, kInterruptAnswerThread);
+bool ServiceProcess::InterruptAnswerThread(const std::string& line) const {
+  return Interrupt(kInterruptAnswerThread, line);
 }
 
-void ServiceProcess::InterruptQueryThread() const {
-  syscall(SYS_tgkill, pid_, pid_, kInterruptQueryThread);
+bool ServiceProcess::InterruptQueryThread(const std::string& line) const {
+  return Interrupt(kInterruptQueryThread, line);
 }
 
 }  // namespace service

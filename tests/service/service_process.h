@@ -47,7 +47,7 @@ class ServiceProcess {
   ServiceProcess(const ServiceProcess&) = delete;
   ServiceProcess& operator=(const ServiceProcess&) = delete;
 
-  // Waits until the service can be asked: what is sent from the bind on waits for the query thread.
+  // Waits until the service can be asked; when it is traced, until the last line of the start.
   void WaitUntilStarted() const;
 
   // Waits until the call has returned.
@@ -63,16 +63,20 @@ class ServiceProcess {
   // Waits until the trace holds `line` (see TraceLineMatches) at least `times` times.
   bool Traces(const std::string& line, int times = 1) const;
 
-  // Sends one worker a signal that it handles.
-  void InterruptAnswerThread() const;
-  void InterruptQueryThread() const;
+  // Sends one worker a signal that it handles, until its wait has been interrupted, which it says
+  // by `line`: a signal that comes while the worker is busy interrupts nothing.
+  bool InterruptAnswerThread(const std::string& line) const;
+  bool InterruptQueryThread(const std::string& line) const;
 
  private:
   struct Report;
 
   [[noreturn]] void Run(const Plan& plan, int leave) const;
   bool HasEnded() const;
+  int CountTraced(const std::string& line) const;
+  bool Interrupt(int signal, const std::string& line) const;
 
+  const bool traced_;
   pid_t pid_;
   int trace_;       // a file in memory
   int control_;     // its closing ends the lingering

@@ -17,9 +17,9 @@ namespace {
 
 const Bytes kAddress = {192, 0, 2, 7};
 
-constexpr char kQueryThreadInterrupted[] =
+constexpr char kQueryThreadWaitFailed[] =
     "func: thread_query(line:%d) QureyThread: select failed. exit";
-constexpr char kAnswerThreadInterrupted[] =
+constexpr char kAnswerThreadWaitFailed[] =
     "func: thread_answer(line:%d) AnswerThread: select failed. exit.";
 constexpr char kAnswerThreadFailed[] =
     "func: thread_answer(line:%d) RecvAndProcessPacketsFromDNSServer failed, exit.";
@@ -106,8 +106,7 @@ TEST_F(WorkerEnd, OfTheQueryThreadByAHandledSignalHasItsOwnLineAndTheCallDoesNot
   Serve({});
   SettleQueries();
   const int threads = Process().Threads();
-  Process().InterruptQueryThread();
-  EXPECT_TRUE(Process().Traces(kQueryThreadInterrupted));
+  EXPECT_TRUE(Process().InterruptQueryThread(kQueryThreadWaitFailed));
   ExpectNoQueryThread(threads);
 }
 
@@ -147,8 +146,7 @@ TEST_F(WorkerEnd, OfTheAnswerThreadByARuntFromAStranger) {
 TEST_F(WorkerEnd, OfTheAnswerThreadByAHandledSignalMakesTheCallReturnTrue) {
   Serve({.servers = {"127.0.0.2"}});
   SettleQueries();
-  Process().InterruptAnswerThread();
-  EXPECT_TRUE(Process().Traces(kAnswerThreadInterrupted));
+  EXPECT_TRUE(Process().InterruptAnswerThread(kAnswerThreadWaitFailed));
   ExpectReturnedAfterClosing();
 }
 
@@ -157,7 +155,7 @@ TEST_F(WorkerEnd, OfTheAnswerThreadByAHandledSignalMakesTheCallReturnTrue) {
 TEST_F(WorkerEnd, OfTheAnswerThreadLeavesTheQueryThreadInItsWaitUntilTheNextDatagram) {
   Serve({.servers = {"127.0.0.2"}});
   SettleQueries();
-  Process().InterruptAnswerThread();
+  EXPECT_TRUE(Process().InterruptAnswerThread(kAnswerThreadWaitFailed));
   ExpectReturnedAfterClosing();
   const Application application;
   application.Asks(Query(0x0001, "www.example"));
@@ -187,14 +185,14 @@ void TakeDescriptors(int free) {
 TEST_F(WorkerEnd, OfBothByDescriptorsThatDoNotFitTheWait) {
   Start({.servers = {"127.0.0.2"}, .beforeTheCall = [] { TakeDescriptors(0); }});
   ExpectReturnedAfterClosing();
-  EXPECT_TRUE(Process().Traces(kAnswerThreadInterrupted));
-  EXPECT_TRUE(Process().Traces(kQueryThreadInterrupted));
+  EXPECT_TRUE(Process().Traces(kAnswerThreadWaitFailed));
+  EXPECT_TRUE(Process().Traces(kQueryThreadWaitFailed));
 }
 
 TEST_F(WorkerEnd, OfTheAnswerThreadAloneWhenTheFirstDescriptorJustFits) {
   Start({.servers = {"127.0.0.2"}, .beforeTheCall = [] { TakeDescriptors(1); }});
   ExpectReturnedAfterClosing();
-  EXPECT_TRUE(Process().Traces(kAnswerThreadInterrupted));
+  EXPECT_TRUE(Process().Traces(kAnswerThreadWaitFailed));
 }
 
 TEST_F(WorkerEnd, DoesNotComeWithTheGreatestDescriptorsThatFit) {
