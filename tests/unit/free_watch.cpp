@@ -1,6 +1,9 @@
 #include "tests/unit/free_watch.h"
 
 #include <unistd.h>
+#if defined(DNS_PROXY_SANITIZED)
+#include <sanitizer/allocator_interface.h>
+#endif
 
 #include <cstdlib>
 #include <cstring>
@@ -55,6 +58,23 @@ void FreeWatch::Freed(const void* block) {
   }
 }
 
+#if defined(DNS_PROXY_SANITIZED)
+
+// The sanitizers have an operator new and delete of their own, and tell of them.
+namespace {
+
+void OnMade(const volatile void* block, std::size_t /*size*/) {
+  FreeWatch::Made(const_cast<void*>(block));
+}
+
+void OnFreed(const volatile void* block) { FreeWatch::Freed(const_cast<void*>(block)); }
+
+[[maybe_unused]] const int hooks = __sanitizer_install_malloc_and_free_hooks(OnMade, OnFreed);
+
+}  // namespace
+
+#else
+
 // All of the plain forms, so that what one makes another can free.
 
 void* operator new(std::size_t size) {
@@ -74,3 +94,5 @@ void operator delete(void* block, std::size_t /*size*/) noexcept {
   FreeWatch::Freed(block);
   std::free(block);
 }
+
+#endif
