@@ -50,7 +50,9 @@ void ExtractDomain(const unsigned char* packet, int len, char* out, int outLen,
     // What the label announces beyond the datagram reads as zero.
     const std::ptrdiff_t held = std::min<std::ptrdiff_t>(labelLength, inEnd - in - 1);
     std::memmove(out + o, packet + in + 1, static_cast<std::size_t>(held));
-    std::memset(out + o + held, 0, static_cast<std::size_t>(labelLength - held));
+    if (held < labelLength) {
+      std::memset(out + o + held, 0, static_cast<std::size_t>(labelLength - held));
+    }
     o += labelLength;
 
     if (o == outEnd) {

@@ -44,8 +44,9 @@ unsigned short _OSSwapInt16(unsigned short x);
 //
 // `packet`: the first byte of the question, `len` bytes to the end of the datagram. Label bytes
 //   that the datagram announces and does not hold read as zero. Nothing outside is read.
-// `out`: `outLen` bytes, filled with zero by the caller, for the labels joined by dots: bytes as
-//   they came, no folding, no escaping. The text always ends inside.
+// `out`: `outLen` bytes for the labels joined by dots: bytes as they came, no folding, no escaping.
+//   The text always ends inside, provided that the caller has filled `out` with zero, or its first
+//   byte at least: nothing is written for a name without a label.
 // `qtype`, `qclass`: machine order; left as they were when the datagram does not hold them.
 //
 // Labels of 1 to 127 bytes are taken and the whole name is bounded by `out` alone; compression

@@ -24,7 +24,8 @@ bool IsReverseLookup(const char* domain) { return std::strstr(domain, ".in-addr.
 
 bool RecvAndProcessPacketsFromLocalApps(int sock) {
   const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kQuery);
-  char domain[kDomainTextSize] = {};
+  char domain[kDomainTextSize];
+  domain[0] = '\0';                      // ExtractDomain ends every text but the empty one
   unsigned char query[kMaxMessageSize];  // nothing reads behind what was received
   ReceivedAddress sender = {};
   socklen_t senderLength = sizeof(sender);
