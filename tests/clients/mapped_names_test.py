@@ -1,6 +1,6 @@
-"""What each client says to the answers that the service makes up, for a name of the host map and for
-one that nobody has, compared with the table in docs/clients.md. Some of these answers are malformed
-by design, and clients differ.
+"""What each client says to the answers that the service makes up, for a name of the host map and
+for one that nobody has, compared with the table in docs/clients.md. Some of these answers are
+malformed by design, and clients differ.
 
   mapped_names_test.py TEST_HOST DOCUMENT TABLE            compares, and writes the table to TABLE
   mapped_names_test.py TEST_HOST DOCUMENT TABLE --update   rewrites the table in DOCUMENT

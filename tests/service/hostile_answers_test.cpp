@@ -1,6 +1,6 @@
 // Hostile datagrams to the socket for servers: under identifiers that are pending, answered, not
-// yet in use; from the server that was asked, from another one, from strangers. Each has the outcome
-// that the rules say, and no application hears what is not meant for it.
+// yet in use; from the server that was asked, from another one, from strangers. Each has the
+// outcome that the rules say, and no application hears what is not meant for it.
 #include <gtest/gtest.h>
 
 #include <algorithm>

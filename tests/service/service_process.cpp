@@ -200,22 +200,22 @@ support::TraceLines ServiceProcess::Trace() const {
   return support::SplitLines(text);
 }
 
-int ServiceProcess::CountTraced(const std::string& line) const {
+bool ServiceProcess::HasTraced(const std::string& line) const {
   const support::TraceLines lines = Trace();
-  return static_cast<int>(std::count_if(
-      lines.begin(), lines.end(),
-      [&line](const std::string& actual) { return support::TraceLineMatches(line, actual); }));
+  return std::any_of(lines.begin(), lines.end(), [&line](const std::string& actual) {
+    return support::TraceLineMatches(line, actual);
+  });
 }
 
-bool ServiceProcess::Traces(const std::string& line, int times) const {
-  return Eventually([&] { return CountTraced(line) >= times || HasEnded(); }) && !HasEnded();
+bool ServiceProcess::Traces(const std::string& line) const {
+  return Eventually([&] { return HasTraced(line) || HasEnded(); }) && !HasEnded();
 }
 
 bool ServiceProcess::Interrupt(int signal, const std::string& line) const {
   return Eventually([&] {
            syscall(SYS_tgkill, pid_, pid_, signal);
            usleep(20 * 1000);
-           return CountTraced(line) > 0 || HasEnded();
+           return HasTraced(line) || HasEnded();
          }) &&
          !HasEnded();
 }

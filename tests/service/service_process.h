@@ -60,8 +60,8 @@ class ServiceProcess {
   // Everything traced so far.
   support::TraceLines Trace() const;
 
-  // Waits until the trace holds `line` (see TraceLineMatches) at least `times` times.
-  bool Traces(const std::string& line, int times = 1) const;
+  // Waits until the trace holds `line` (see TraceLineMatches).
+  bool Traces(const std::string& line) const;
 
   // Sends one worker a signal that it handles, until its wait has been interrupted, which it says
   // by `line`: a signal that comes while the worker is busy interrupts nothing.
@@ -73,7 +73,7 @@ class ServiceProcess {
 
   [[noreturn]] void Run(const Plan& plan, int leave) const;
   bool HasEnded() const;
-  int CountTraced(const std::string& line) const;
+  bool HasTraced(const std::string& line) const;
   bool Interrupt(int signal, const std::string& line) const;
 
   const bool traced_;

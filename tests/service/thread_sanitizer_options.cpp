@@ -10,6 +10,6 @@ extern "C" const char* __tsan_default_options() {
 }
 
 // StartDnsSrv closes the sockets when the answer thread has ended and does not wait for the query
-// thread, which may be using them: by design. The close alone is passed over, not what else goes on.
+// thread, which may be using them: by design. The close alone is passed over, nothing else.
 extern "C" const char* __tsan_default_suppressions();
 extern "C" const char* __tsan_default_suppressions() { return "race_top:close\n"; }
