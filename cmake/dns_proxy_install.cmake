@@ -67,4 +67,13 @@ if(TARGET dns_proxy_host)
   install(TARGETS dns_proxy_host RUNTIME DESTINATION "${CMAKE_INSTALL_SBINDIR}" COMPONENT host)
   install(FILES packaging/dns_proxy_host.8
     DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT host)
+
+  # launchd looks in no folder of ours: docs/macos.md says how the administrator puts it there.
+  if(APPLE)
+    install(FILES packaging/internal.dns-proxy.host.plist
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/dns_proxy_mac" COMPONENT host)
+  else()
+    install(FILES packaging/dns-proxy-host.service
+      DESTINATION lib/systemd/system COMPONENT host)
+  endif()
 endif()

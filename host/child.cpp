@@ -23,13 +23,12 @@ constexpr int kLine = 3;
 constexpr int kTrace = 4;
 constexpr int kFirstFree = 5;
 
-// Well below the 40 MB above which the service's second wait for an ended thread would fault.
-constexpr std::size_t kMaxThreadStack = 8 * 1024 * 1024;
-
 // What new threads get was read from the stack limit when this process was started; elsewhere than
 // on Linux it does not depend on the limit.
 void LimitThreadStacks() {
 #if defined(__linux__)
+  // Well below the 40 MB above which the service's second wait for an ended thread would fault.
+  constexpr std::size_t kMaxThreadStack = 8 * 1024 * 1024;
   pthread_attr_t attributes;
   std::size_t size = 0;
   if (pthread_getattr_default_np(&attributes) != 0) {

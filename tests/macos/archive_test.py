@@ -23,6 +23,7 @@ FILES = {
     "lib/libdns_proxy_c.a",
     "lib/libdns_proxy_startup.a",
     "lib/pkgconfig/dns_proxy_mac.pc",
+    "share/dns_proxy_mac/internal.dns-proxy.host.plist",
     "share/man/man3/StartDnsSrv.3",
     "share/man/man3/get_localdns_dnsproxy.3",
     "share/man/man8/dns_proxy_host.8",

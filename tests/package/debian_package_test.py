@@ -72,8 +72,13 @@ def main():
 
     inside("dpkg", "--install", *(f"/root/{name}" for name in contents))
     installed = [line for line in inside("dpkg", "-L", *PACKAGES).splitlines() if line]
-    for path in ("/usr/sbin/dns_proxy_host", "/usr/share/man/man8/dns_proxy_host.8.gz"):
-        if path not in installed and path.removesuffix(".gz") not in installed:
+    for path in (
+        "/usr/lib/systemd/system/dns-proxy-host.service",
+        "/usr/sbin/dns_proxy_host",
+        "/usr/share/man/man3/StartDnsSrv.3",
+        "/usr/share/man/man8/dns_proxy_host.8",
+    ):
+        if path not in installed:
             sys.exit(f"{path} is not in the packages")
     print(inside("/usr/sbin/dns_proxy_host", "--version"), end="")
 
