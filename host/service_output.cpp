@@ -95,7 +95,10 @@ void Line(std::string_view line) {
     return;
   }
   g_sink->Write(line);
-  if (Contains(line, kBound)) {
+  // Once: a process that leaves from in there may be made to flush the stream by its runtime.
+  static bool bound = false;
+  if (Contains(line, kBound) && !bound) {
+    bound = true;
     g_watch->bound();
   } else if (Contains(line, kServing)) {
     g_watch->serving();

@@ -226,10 +226,11 @@ class Host:
             self.process.kill()
         self.process.wait()
         log = self.log()
-        if kind is not None or "Sanitizer" in log:
+        found = "Sanitizer" in log or "runtime error" in log
+        if kind is not None or found:
             print(log, file=sys.stderr)
         self.folder.cleanup()
-        if kind is None and "Sanitizer" in log:
+        if kind is None and found:
             raise AssertionError("a sanitizer has found something")
 
     def log(self):
