@@ -1,9 +1,6 @@
 #include "tests/unit/free_watch.h"
 
 #include <unistd.h>
-#if defined(DNS_PROXY_SANITIZED)
-#include <sanitizer/allocator_interface.h>
-#endif
 
 #include <cstdlib>
 #include <cstring>
@@ -60,7 +57,12 @@ void FreeWatch::Freed(const void* block) {
 
 #if defined(DNS_PROXY_SANITIZED)
 
-// The sanitizers have an operator new and delete of their own, and tell of them.
+// The sanitizers have an operator new and delete of their own, and tell of them. Declared here
+// because g++ brings the function and no header for it.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*onMade)(const volatile void*,
+                                                                        std::size_t),
+                                                         void (*onFreed)(const volatile void*));
+
 namespace {
 
 void OnMade(const volatile void* block, std::size_t /*size*/) {
