@@ -73,7 +73,7 @@ std::string PortHolder() {
     for (const std::string& descriptor : Numbers(folder + "/fd")) {
       char target[64] = {};
       if (readlink((folder + "/fd/" + descriptor).c_str(), target, sizeof(target) - 1) > 0 &&
-          sockets.count(target) != 0) {
+          sockets.contains(target)) {
         std::string name;
         std::ifstream(folder + "/comm") >> name;
         return name + " (process " + process + ")";

@@ -107,7 +107,7 @@ bool StaticNames::AddHosts(std::istream& lines, const std::string& source, std::
       continue;
     }
     if (address.find(':') != std::string::npos) {
-      ++ipv6_lines_;
+      ++ipv6Lines_;
       continue;
     }
     if (!IsIpv4(address)) {

@@ -28,7 +28,7 @@ class StaticNames {
   // What was given more than once: a sentence each, saying which address wins.
   const std::vector<std::string>& duplicates() const { return duplicates_; }
 
-  std::size_t ipv6Lines() const { return ipv6_lines_; }
+  std::size_t ipv6Lines() const { return ipv6Lines_; }
 
  private:
   bool Add(std::string name, const std::string& address, const std::string& source,
@@ -42,7 +42,7 @@ class StaticNames {
   std::vector<std::pair<std::string, std::string>> names_;
   std::unordered_map<std::string, Entry> first_;
   std::vector<std::string> duplicates_;
-  std::size_t ipv6_lines_ = 0;
+  std::size_t ipv6Lines_ = 0;
 };
 
 #endif  // HOST_STATIC_NAMES_H_
