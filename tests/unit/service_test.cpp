@@ -495,11 +495,10 @@ TEST_F(WorkerTest, SocketIsReadAfreshInEveryPassOfTheAnswerThread) {
 
 TEST_F(WorkerTest, SocketIsReadAfreshInEveryPassOfTheQueryThread) {
   waits_ = {{1, false}};
-  onSelect_ = [] { g_SockToClientApps = -1; };
+  onSelect_ = [] { g_SockToClientApps = 77; };
   RunQuery();
-  EXPECT_THAT(trace_, TraceIs({kQueryReceived,
-                               "func: thread_query(line:%d) Socket SockToClientApps is invalid, "
-                               "QueryThread exit"}));
+  EXPECT_EQ(watched_, (std::vector<int>{kSockToApps, 77}));
+  EXPECT_THAT(trace_, TraceIs({kQueryReceived, kQueryFailed}));
 }
 
 TEST_F(WorkerTest, SocketWhoseBitIsNotSetIsNotRead) {
