@@ -100,7 +100,7 @@ void TryNextDNSQueryMethod(unsigned short id, bool bReasonIsTimeout) {
       AnswerFromHostMap(id, position, *record);
       return;
     }
-    AdvanceMethodIndex(request);
+    AdvanceMethodIndex(request, methodIndex);
     TryNextDNSQueryMethod(id, false);
     return;
   }

@@ -35,10 +35,13 @@ inline unsigned char MethodIndex(const DnsRequest& request) {
   return __atomic_load_n(&request.CurrentDNSMethodIndex, __ATOMIC_ACQUIRE);
 }
 
-// Moves `request`, which is in the table, to its next method; 255 is followed by 0. Either worker.
-inline void AdvanceMethodIndex(DnsRequest& request) {
-  __atomic_fetch_add(&request.CurrentDNSMethodIndex, static_cast<unsigned char>(1),
-                     __ATOMIC_ACQ_REL);
+// Moves `request`, which is in the table, from the position `methodIndex` to the next one; 255 is
+// followed by 0. It stays where it is when the other worker has moved it already: no method is
+// skipped. Either worker.
+inline void AdvanceMethodIndex(DnsRequest& request, unsigned char methodIndex) {
+  const auto next = static_cast<unsigned char>(methodIndex + 1);
+  __atomic_compare_exchange_n(&request.CurrentDNSMethodIndex, &methodIndex, next, false,
+                              __ATOMIC_ACQ_REL, __ATOMIC_ACQUIRE);
 }
 
 #endif  // DNS_PROXY_MAC_PROXY_DNS_REQUEST_H_

@@ -7,9 +7,8 @@ RequestTable::~RequestTable() { Clear(); }
 void RequestTable::Add(DnsRequest* request) { mapRequests.Insert(request); }
 
 void RequestTable::Add(std::unique_ptr<DnsRequest> request) {
-  DnsRequest* const given = request.release();
-  if (!mapRequests.Insert(given)) {
-    delete given;  // refused, so never seen by the other worker
+  if (mapRequests.Insert(request.get())) {
+    static_cast<void>(request.release());  // the table's now, and perhaps freed already
   }
 }
 

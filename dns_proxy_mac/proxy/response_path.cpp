@@ -89,7 +89,7 @@ bool RecvAndProcessPacketsFromDNSServer(int sock) {
   if (AnswerCountAsRead(answer) <= 0) {
     TRACE("RecvAndProcessPacketsFromDNSServer", " rsp from: %s, id: %u, for : %s, no such name\n",
           from.text, id, request.strDomain.c_str());
-    AdvanceMethodIndex(request);
+    AdvanceMethodIndex(request, methodIndex);
     TryNextDNSQueryMethod(id, false);
     return true;
   }

@@ -92,7 +92,7 @@ class TableStressTest : public testing::TestWithParam<Meeting> {
     if (!IsWhole(*position->second, id)) {
       torn.fetch_add(1, std::memory_order_relaxed);
     }
-    AdvanceMethodIndex(*position->second);
+    AdvanceMethodIndex(*position->second, MethodIndex(*position->second));
     const std::size_t method = MethodIndex(*position->second) % 2;
     if (position->second->vecDnsMethods[method].iDNSMethodType != DNS_METHOD_HOSTMAP) {
       torn.fetch_add(1, std::memory_order_relaxed);

@@ -90,10 +90,19 @@ TEST(DnsRequestLife, AssignmentCopiesEveryFieldAndItselfToo) {
 TEST(DnsRequestLife, PositionWrapsFrom255To0) {
   const std::unique_ptr<DnsRequest> request(MakeRequest(7));
   request->CurrentDNSMethodIndex = 255;
-  AdvanceMethodIndex(*request);
+  AdvanceMethodIndex(*request, 255);
   EXPECT_EQ(MethodIndex(*request), 0);
-  AdvanceMethodIndex(*request);
+  AdvanceMethodIndex(*request, 0);
   EXPECT_EQ(MethodIndex(*request), 1);
+}
+
+TEST(DnsRequestLife, PositionThatTheOtherWorkerHasMovedIsNotMovedAgain) {
+  // Both have read 4 and give up on that method; the one that comes second must not skip the fifth.
+  const std::unique_ptr<DnsRequest> request(MakeRequest(7));
+  request->CurrentDNSMethodIndex = 4;
+  AdvanceMethodIndex(*request, 4);
+  AdvanceMethodIndex(*request, 4);
+  EXPECT_EQ(MethodIndex(*request), 5);
 }
 
 TEST_F(RequestTableTest, IsEmptyAtFirst) {
