@@ -142,7 +142,8 @@ class PendingRequests::iterator {
   using pointer = const value_type*;
   using reference = const value_type&;
 
-  iterator() = default;
+  // The end of no table.
+  iterator() : iterator(nullptr, {kSlots, nullptr}) {}
 
   reference operator*() const { return entry_; }
   pointer operator->() const { return &entry_; }
@@ -170,9 +171,9 @@ class PendingRequests::iterator {
         index_(found.first),
         entry_(static_cast<unsigned short>(found.first), found.second) {}
 
-  const PendingRequests* requests_ = nullptr;
-  int index_ = kSlots;  // the identifier; kSlots at the end
-  value_type entry_{};
+  const PendingRequests* requests_;
+  int index_;  // the identifier; kSlots at the end
+  value_type entry_;
 };
 
 #endif  // DNS_PROXY_MAC_PROXY_PENDING_REQUESTS_H_
