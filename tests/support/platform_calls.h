@@ -119,8 +119,8 @@ class Replaced {
   std::function<Signature>* former_;
 };
 
-// While it lives, the `which`th call (1 is the next one) returns `result` with `error` in errno, and
-// every other one is the system's own.
+// While it lives, the `which`th call (1 is the next one) returns `result` with `error` in errno,
+// and every other one is the system's own.
 template <typename Signature>
 class Failing;
 

@@ -56,7 +56,7 @@ class PendingRequestsTest : public testing::Test {
   PendingRequests requests_;
 };
 
-// ------------------------------------------------------------------------ as a container, one thread
+// --------------------------------------------------------------- as a container, one thread
 
 TEST_F(PendingRequestsTest, InsertRefusesATakenIdentifier) {
   DnsRequest* const first = Insert(7);

@@ -277,8 +277,9 @@ TEST_F(QueryPathTest, IdentifierWrapsFrom65535To0) {
 }
 
 TEST_F(QueryPathTest, RequestUnderATakenIdentifierIsDroppedAndTheOlderOneDispatched) {
-  // After 65,536 queries the identifiers begin again. The newer request is freed and its application
-  // gets nothing; the older one is carried out once more: by design, no identifier is looked for.
+  // After 65,536 queries the identifiers begin again. The newer request is freed and its
+  // application gets nothing; the older one is carried out once more: by design, no identifier is
+  // looked for.
   const DNSMethodList methods = {DnsServerMethod("192.0.2.1")};
   g_DnsMethodList = methods;
   DnsRequest* const older = AddRequest(0, methods, "older.internal");

@@ -346,7 +346,7 @@ TEST_F(StartDnsSrvTest, SecondCallAppendsToWhatTheFirstLeft) {
   EXPECT_TRUE(g_Hostmaps.Find("beta.internal", record));
 }
 
-// -------------------------------------------------------------------------------------- the workers
+// ----------------------------------------------------------------------------- the workers
 
 // How select is to end a wait.
 struct Wait {
