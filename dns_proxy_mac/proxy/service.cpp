@@ -107,12 +107,13 @@ bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
 
 void* thread_answer(void* /*arg*/) {
   for (;;) {
-    if (g_SockToDNSServers == -1) {
+    const int sock = g_SockToDNSServers;  // read afresh in every pass
+    if (sock == -1) {
       TRACE("thread_answer", " Socket SockToDNSServers is invalid, AnswerThread exit\n");
       return nullptr;
     }
     fd_set readable;
-    const int ready = WaitReadable(g_SockToDNSServers, readable);
+    const int ready = WaitReadable(sock, readable);
     if (ready < 0) {
       TRACE("thread_answer", " AnswerThread: select failed. exit.\n");
       return nullptr;
@@ -122,8 +123,7 @@ void* thread_answer(void* /*arg*/) {
       continue;
     }
     TRACE("thread_answer", " AnswerThread: received dns response.\n");
-    if (FD_ISSET(g_SockToDNSServers, &readable) &&
-        !RecvAndProcessPacketsFromDNSServer(g_SockToDNSServers)) {
+    if (FD_ISSET(sock, &readable) && !RecvAndProcessPacketsFromDNSServer(sock)) {
       TRACE("thread_answer", " RecvAndProcessPacketsFromDNSServer failed, exit.\n");
       return nullptr;
     }
@@ -132,19 +132,19 @@ void* thread_answer(void* /*arg*/) {
 
 void* thread_query(void* /*arg*/) {
   for (;;) {
-    if (g_SockToClientApps == -1) {
+    const int sock = g_SockToClientApps;  // read afresh in every pass
+    if (sock == -1) {
       TRACE("thread_query", " Socket SockToClientApps is invalid, QueryThread exit\n");
       return nullptr;
     }
     fd_set readable;
     // Unlike the answer thread, a wait that ends with nothing ready counts as a failure: kept.
-    if (WaitReadable(g_SockToClientApps, readable) <= 0) {
+    if (WaitReadable(sock, readable) <= 0) {
       TRACE("thread_query", " QureyThread: select failed. exit\n");
       return nullptr;
     }
     TRACE("thread_query", " ****QureyThread***: received dns request\n");
-    if (FD_ISSET(g_SockToClientApps, &readable) &&
-        !RecvAndProcessPacketsFromLocalApps(g_SockToClientApps)) {
+    if (FD_ISSET(sock, &readable) && !RecvAndProcessPacketsFromLocalApps(sock)) {
       return nullptr;
     }
   }
