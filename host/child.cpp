@@ -45,8 +45,8 @@ void LimitThreadStacks() {
 #endif
 }
 
-// A few hundred requests come and go under load. What they leave is kept: glibc's own limit, 128 KiB,
-// would give it back to the system and have it faulted in again and again.
+// A few hundred requests come and go under load. What they leave is kept: with glibc's own limit of
+// 128 KiB it would be given back to the system and faulted in again and again.
 void KeepFreedMemory() {
 #if defined(__GLIBC__)
   constexpr int kKept = 4 * 1024 * 1024;  // bytes a heap
