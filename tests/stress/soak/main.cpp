@@ -115,6 +115,8 @@ int main(int argc, char** argv) {
   }
   if (stress::kUnderSanitizer) {
     std::printf("memory is not judged: a sanitizer keeps what has been freed\n");
+  } else if (count.asked < 2 * kWarmUp) {
+    std::printf("memory is not judged: its base is not reached before %ld queries\n", kWarmUp);
   } else if (memoryAtEnd > memoryAtBase + kMemoryTolerance) {
     fail("the memory is not back at its base");
   }
