@@ -1,4 +1,4 @@
-"""docs/embedding.md as recipes: the files that a section shows, and the commands that it gives."""
+"""docs/hosting.md as recipes: the files that a section shows, and the commands that it gives."""
 
 import re
 
@@ -6,7 +6,7 @@ import re
 def sections(text):
     """Heading -> (files by name, the commands as one script), for each section with commands."""
     found = {}
-    for part in re.split(r"^## ", text, flags=re.MULTILINE)[1:]:
+    for part in re.split(r"^#{2,3} ", text, flags=re.MULTILINE)[1:]:
         heading, body = part.split("\n", 1)
         files = dict(
             re.findall(r"^<!-- file: (\S+) -->\n```\w+\n(.*?)^```$", body, re.MULTILINE | re.DOTALL)

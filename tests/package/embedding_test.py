@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Does what a section of docs/embedding.md says, and asks the host that comes out.
+"""Does what a section of docs/hosting.md says, and asks the host that comes out.
 
-usage: embedding_page_test.py SOURCE WORK SECTION [C++ COMPILER, C COMPILER]
+usage: embedding_test.py SOURCE WORK SECTION [C++ COMPILER, C COMPILER]
 
 SOURCE is the copy of the repository to embed and WORK/prefix where the section "Install" puts it.
 A section without compilers makes no host of its own. Exits with 77 where no namespace is allowed.
@@ -23,7 +23,7 @@ def fail(text):
 
 def follow(source, work, heading, compilers):
     """Carries the section out in a folder of its own, which is returned."""
-    recipes = page.sections((source / "docs/embedding.md").read_text(encoding="utf-8"))
+    recipes = page.sections((source / "docs/hosting.md").read_text(encoding="utf-8"))
     files, commands = recipes[heading]
     folder = work / "-".join([heading.replace(" ", "_"), *compilers])
     shutil.rmtree(folder, ignore_errors=True)
