@@ -83,7 +83,8 @@ class Cost(hosting.TestCase):
             print(f"  wake-ups a second: {busy[0]:.1f} host and {busy[1]:.1f} service at first, "
                   f"{idle[0]:.1f} and {idle[1]:.1f} after ten seconds without a query")
             self.assertLess(idle[0], busy[0])
-            self.assertLess(sum(idle), 5)
+            if not hosting.SANITIZED:  # a sanitizer may have a thread of its own in the process
+                self.assertLess(sum(idle), 5)
 
 
 if __name__ == "__main__":
