@@ -1,5 +1,7 @@
 #include "host/configuration.h"
 
+#include <fstream>
+
 #include "host/exit_status.h"
 #include "host/log.h"
 #include "host/static_names.h"
@@ -11,85 +13,46 @@ namespace {
 // reached by real ones.
 constexpr std::size_t kMaxServers = 100;
 
-constexpr std::size_t kDuplicatesNamed = 10;
-
-std::string Joined(const std::vector<std::string>& texts) {
-  std::string joined;
-  for (const std::string& text : texts) {
-    joined += (joined.empty() ? "" : ", ") + text;
-  }
-  return joined;
-}
-
-bool LoadNames(const Options& options, Configuration& configuration) {
+std::vector<std::pair<std::string, std::string>> LoadNames(const Options& options) {
   StaticNames names;
-  std::string error;
   for (const std::string& map : options.maps) {
-    if (!names.AddMapping(map, error)) {
-      Log(Level::kError, "%s", error.c_str());
-      return false;
-    }
+    names.AddMapping(map);
   }
   for (const std::string& file : options.hostsFiles) {
-    if (!names.AddHostsFile(file, error)) {
-      Log(Level::kError, "%s", error.c_str());
-      return false;
-    }
+    std::ifstream lines(file);
+    names.AddHosts(lines, file);
   }
-  const std::vector<std::string>& duplicates = names.duplicates();
-  for (std::size_t i = 0; i < duplicates.size() && i < kDuplicatesNamed; ++i) {
-    Log(Level::kWarning, "given twice: %s", duplicates[i].c_str());
+  for (const std::string& duplicate : names.duplicates) {
+    Log("warning", "given twice: " + duplicate);
   }
-  if (duplicates.size() > kDuplicatesNamed) {
-    Log(Level::kWarning, "given twice: %zu more names", duplicates.size() - kDuplicatesNamed);
+  if (names.ipv6Lines > 0) {
+    Log("info", "hosts files: " + std::to_string(names.ipv6Lines) + " IPv6 lines skipped");
   }
-  if (names.ipv6Lines() > 0) {
-    Log(Level::kInfo, "hosts files: %zu lines with IPv6 addresses skipped", names.ipv6Lines());
+  std::vector<std::pair<std::string, std::string>> loaded;
+  for (const auto& [name, entry] : names.names) {
+    loaded.emplace_back(name, entry.address);
   }
-  configuration.names = names.names();
-  return true;
+  return loaded;
 }
 
-int LoadServers(const Options& options, Configuration& configuration) {
+std::vector<std::string> LoadServers(const Options& options) {
   for (const std::string& server : options.servers) {
     if (const char* const fault = ServerFault(server)) {
-      Log(Level::kError, "--server %s: %s", server.c_str(), fault);
-      return kExitBadInput;
+      throw Failure(kExitBadInput, "--server " + server + ": " + fault);
     }
   }
   if (options.servers.size() > kMaxServers) {
-    Log(Level::kError, "--server: more than %zu servers", kMaxServers);
-    return kExitBadInput;
+    throw Failure(kExitBadInput, "--server: too many servers");
   }
-  configuration.servers = options.servers;
-  if (options.servers.empty()) {
-    const LocalUpstreams local = ReadLocalUpstreams();
-    if (!local.dropped.empty()) {
-      Log(Level::kInfo, "%s: left out: %s", kResolvConf, Joined(local.dropped).c_str());
-    }
-    if (local.taken.empty()) {
-      Log(Level::kError, "%s names no server that can be asked: give one with --server ADDRESS",
-          kResolvConf);
-      return kExitNoUpstream;
-    }
-    configuration.servers = local.taken;
-  }
-  Log(Level::kInfo, "upstream servers%s: %s; static names: %zu",
-      options.servers.empty() ? " from /etc/resolv.conf" : "",
-      Joined(configuration.servers).c_str(), configuration.names.size());
-  return kExitDone;
+  return options.servers.empty() ? ReadLocalUpstreams() : options.servers;
 }
 
 }  // namespace
 
-int LoadConfiguration(const Options& options, Configuration& configuration) {
-  Configuration loaded;
-  if (!LoadNames(options, loaded)) {
-    return kExitBadInput;
-  }
-  const int status = LoadServers(options, loaded);
-  if (status == kExitDone) {
-    configuration = loaded;
-  }
-  return status;
+Configuration LoadConfiguration(const Options& options) {
+  Configuration loaded = {LoadServers(options), LoadNames(options)};
+  const std::string source = options.servers.empty() ? " from /etc/resolv.conf: " : ": ";
+  Log("info", "upstream servers" + source + Joined(loaded.servers) +
+                  "; static names: " + std::to_string(loaded.names.size()));
+  return loaded;
 }

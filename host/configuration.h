@@ -14,8 +14,7 @@ struct Configuration {
 };
 
 // Reads the files and validates everything; says in the log what was taken and what was left out.
-// kExitDone and `configuration`; or another exit status, with the reason in the log and
-// `configuration` untouched.
-int LoadConfiguration(const Options& options, Configuration& configuration);
+// Throws Failure.
+Configuration LoadConfiguration(const Options& options);
 
 #endif  // HOST_CONFIGURATION_H_

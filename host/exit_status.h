@@ -2,6 +2,11 @@
 #ifndef HOST_EXIT_STATUS_H_
 #define HOST_EXIT_STATUS_H_
 
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
 inline constexpr int kExitDone = 0;        // stopped by a signal; --check or --status succeeded
 inline constexpr int kExitFailure = 1;     // the system refused something that is needed
 inline constexpr int kExitBadInput = 2;    // an option, a static name or a hosts file
@@ -9,5 +14,17 @@ inline constexpr int kExitPortTaken = 3;   // another process holds UDP 127.0.0.
 inline constexpr int kExitNoRight = 4;     // no right to the port, or to become another user
 inline constexpr int kExitNoUpstream = 5;  // no server given, and none found
 inline constexpr int kExitNoHost = 6;      // --status: no host answers at the socket
+
+// Why this process cannot go on, as a sentence for the log, and the status it leaves with.
+struct Failure : std::runtime_error {
+  Failure(int leaveWith, const std::string& why) : std::runtime_error(why), status(leaveWith) {}
+
+  int status;
+};
+
+// The same for a call that the system has refused, with the reason that is in errno.
+inline Failure SystemFailure(const std::string& what, int status = kExitFailure) {
+  return {status, what + ": " + std::strerror(errno)};
+}
 
 #endif  // HOST_EXIT_STATUS_H_

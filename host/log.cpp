@@ -5,9 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
 #include <ctime>
+
+void Log(const char* level, const std::string& text) {
+  const std::time_t now = std::time(nullptr);
+  std::tm date;
+  gmtime_r(&now, &date);
+  char time[32];
+  std::strftime(time, sizeof(time), "%Y-%m-%dT%H:%M:%SZ", &date);
+  WriteIfRoom(STDERR_FILENO,
+              std::string(time) + " dns_proxy_host " + level + ": " + Printable(text) + "\n");
+}
 
 std::string Printable(std::string text) {
   std::replace_if(
@@ -15,38 +23,27 @@ std::string Printable(std::string text) {
   return text;
 }
 
-bool WriteIfRoom(int fd, const char* bytes, std::size_t size) {
-  while (size > 0) {
+std::string Joined(const std::vector<std::string>& texts, const std::string& separator) {
+  std::string joined;
+  for (const std::string& text : texts) {
+    joined += (joined.empty() ? "" : separator) + text;
+  }
+  return joined;
+}
+
+bool WriteIfRoom(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
     // A pipe that is reported writable takes PIPE_BUF bytes at once. The descriptor itself is not
     // made non-blocking: others (the user's shell) share it.
     pollfd room = {fd, POLLOUT, 0};
     if (poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0) {
       return false;
     }
-    const ssize_t written = write(fd, bytes, std::min<std::size_t>(size, PIPE_BUF));
+    const ssize_t written = write(fd, bytes.data(), std::min<std::size_t>(bytes.size(), PIPE_BUF));
     if (written <= 0) {
       return false;
     }
-    bytes += written;
-    size -= static_cast<std::size_t>(written);
+    bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
-}
-
-void Log(Level level, const char* format, ...) {
-  constexpr const char* kNames[] = {"info", "warning", "error"};
-  char text[1024];
-  va_list arguments;
-  va_start(arguments, format);
-  std::vsnprintf(text, sizeof(text), format, arguments);
-  va_end(arguments);
-
-  const std::time_t now = std::time(nullptr);
-  std::tm date;
-  gmtime_r(&now, &date);
-  char time[32];
-  std::strftime(time, sizeof(time), "%Y-%m-%dT%H:%M:%SZ", &date);
-  const std::string line = std::string(time) + " dns_proxy_host " +
-                           kNames[static_cast<int>(level)] + ": " + Printable(text) + "\n";
-  WriteIfRoom(STDERR_FILENO, line.data(), line.size());
 }

@@ -2,20 +2,22 @@
 #ifndef HOST_LOG_H_
 #define HOST_LOG_H_
 
-#include <cstddef>
 #include <string>
+#include <string_view>
+#include <vector>
 
-enum class Level { kInfo, kWarning, kError };
+// Writes one line; `level` is "info", "warning" or "error".
+void Log(const char* level, const std::string& text);
 
-// Writes one line; `format` is a printf format without a line feed. Characters that could draw on a
-// terminal or begin a line of their own are shown as '?'.
-void Log(Level level, const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-// `text` with every byte that is not printable ASCII as '?'.
+// `text` with every byte that is not printable ASCII as '?': it cannot draw on a terminal, nor
+// begin a line of its own.
 std::string Printable(std::string text);
 
-// Writes `size` bytes to `fd` as far as that does not block: false when a reader that is stuck, or a
-// full disk, has cost some of them.
-bool WriteIfRoom(int fd, const char* bytes, std::size_t size);
+// "a, b, c".
+std::string Joined(const std::vector<std::string>& texts, const std::string& separator = ", ");
+
+// Writes to `fd` as far as that does not block: false when a reader that is stuck, or a full disk,
+// has cost some bytes.
+bool WriteIfRoom(int fd, std::string_view bytes);
 
 #endif  // HOST_LOG_H_

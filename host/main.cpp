@@ -2,6 +2,11 @@
 //
 // Reads and validates everything, then hands over to the supervisor, which runs the service in a
 // child process and keeps it answering.
+#include <unistd.h>
+
+#include <algorithm>
+#include <memory>
+
 #include "host/configuration.h"
 #include "host/descriptors.h"
 #include "host/exit_status.h"
@@ -10,62 +15,59 @@
 #include "host/port.h"
 #include "host/rights.h"
 #include "host/service_output.h"
-#include "host/status_socket.h"
+#include "host/signals.h"
+#include "host/status.h"
 #include "host/supervisor.h"
-#include "host/trace_file.h"
+#include "host/trace.h"
+#include "host/unix_socket.h"
 
 namespace {
 
-int Fail(int status, const std::string& why) {
-  Log(Level::kError, "%s", why.c_str());
-  return status;
+// Descriptors above this number are left: no service hands out so many.
+constexpr int kMaxInherited = 65536;
+
+void Host(const Options& options) {
+  // What the starting process left open is none of ours.
+  KeepDescriptors(std::min(getdtablesize(), kMaxInherited));
+
+  // Everything that can be wrong, before anything runs.
+  const User user = FindUser(options.user);
+  static Trace trace(options.trace, options.traceSize, options.traceKeep);
+  const bool made = trace.IsFile() && access(options.trace.c_str(), F_OK) != 0;
+  trace.Open();
+  if (options.check && made) {
+    unlink(options.trace.c_str());
+  }
+  SendOutputTo(trace);
+  const Configuration configuration = LoadConfiguration(options);
+  CheckPort();
+  if (options.check) {
+    Log("info", "everything is in order");
+    return;
+  }
+
+  const int statusListener = options.socket.empty() ? -1 : ListenUnix(options.socket);
+  const std::unique_ptr<const char, int (*)(const char*)> goesWithUs(
+      statusListener == -1 ? nullptr : options.socket.c_str(), unlink);
+  CatchSignals();
+  KeepParentRights();
+  Supervisor(options, configuration, user, trace, statusListener).Run();
+  Log("info", "stopped");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  if (const std::optional<int> status = ParseOptions(argc, argv, options)) {
-    return *status;
-  }
-  if (options.status) {
-    return PrintStatus(options.socket, options.json);
-  }
-
-  // What the starting process left open is none of ours.
-  OpenStandardDescriptors();
-  KeepDescriptors({}, 3);
-  static TraceSink sink(-1);
-  if (!SendOutputTo(sink)) {
-    return Fail(kExitFailure, "no memory for an output stream");
-  }
-
-  // Everything that can be wrong, before anything is touched.
-  std::string error;
-  User user;
-  Configuration configuration;
-  TraceFile trace(options.trace, options.traceSize, options.traceKeep);
-  if (!FindUser(options.user, user, error) || !trace.CanOpen(error)) {
-    return Fail(kExitBadInput, error);
-  }
-  if (const int status = LoadConfiguration(options, configuration); status != kExitDone) {
-    return status;
-  }
-  if (const int taken = TryPort(); taken != 0) {
-    return Fail(PortExitStatus(taken), ExplainPort(taken));
-  }
-  if (options.check) {
-    Log(Level::kInfo, "everything is in order");
+  try {
+    const Options options = ParseOptions(argc, argv);
+    if (options.status) {
+      PrintStatus(options.socket, options.json);
+    } else {
+      Host(options);
+    }
     return kExitDone;
+  } catch (const Failure& failure) {
+    Log("error", failure.what());
+    return failure.status;
   }
-
-  StatusSocket status;
-  if ((!options.socket.empty() && !status.Listen(options.socket, error)) || !trace.Open(error)) {
-    return Fail(kExitFailure, error);
-  }
-  sink.Attach(trace.fd());
-  if (!KeepParentRights()) {
-    return Fail(kExitFailure, "rights could not be given up");
-  }
-  return Supervisor(options, configuration, user, trace, sink, status).Run();
 }

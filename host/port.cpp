@@ -1,64 +1,41 @@
 #include "host/port.h"
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
+#include <string>
 
 #include "host/exit_status.h"
 
 #if defined(__linux__)
-#include <dirent.h>
-
+#include <cstdio>
+#include <filesystem>
 #include <fstream>
-#include <memory>
 #include <set>
-#include <sstream>
-#include <vector>
+#include <string_view>
 #endif
 
 namespace {
 
 #if defined(__linux__)
-// The entries of `folder` whose names are numbers.
-std::vector<std::string> Numbers(const std::string& folder) {
-  std::vector<std::string> names;
-  const std::unique_ptr<DIR, int (*)(DIR*)> open(opendir(folder.c_str()), closedir);
-  while (const dirent* const entry = open == nullptr ? nullptr : readdir(open.get())) {
-    if (std::strspn(entry->d_name, "0123456789") == std::strlen(entry->d_name)) {
-      names.emplace_back(entry->d_name);
-    }
-  }
-  return names;
-}
+constexpr char kHowToAsk[] = "; ask with: sudo ss -lunp sport = 53";
+constexpr char kHowToStart[] = "start as root, or with the capability CAP_NET_BIND_SERVICE";
 
-// What the descriptors of such sockets link to: "socket:[12345]".
+// What the descriptors of sockets at the port link to: "socket:[12345]".
 std::set<std::string> SocketsAtThePort() {
   std::set<std::string> sockets;
   for (const char* const table : {"/proc/net/udp", "/proc/net/udp6"}) {
     std::ifstream lines(table);
-    std::string line;
-    while (std::getline(lines, line)) {
+    for (std::string line; std::getline(lines, line);) {
       // sl, local address:port, remote address:port, state, queues, timer, retransmits, uid,
       // timeout, inode; the address as the machine's words in hexadecimal.
-      std::istringstream fields(line);
-      std::string number;
-      std::string local;
-      std::string skipped;
-      std::string inode;
-      fields >> number >> local;
-      for (int i = 0; i < 7; ++i) {
-        fields >> skipped;
-      }
-      fields >> inode;
-      for (const char* const address :
-           {"0100007F:0035", "00000000:0035", "00000000000000000000000000000000:0035"}) {
-        if (local == address) {
-          sockets.insert("socket:[" + inode + "]");
-        }
+      char local[64] = {};
+      char inode[32] = {};
+      std::sscanf(line.c_str(), "%*s%63s%*s%*s%*s%*s%*s%*s%*s%31s", local, inode);
+      const std::string_view address = local;
+      if (address == "0100007F:0035" || address.find_first_not_of('0') == address.find(":0035")) {
+        sockets.insert("socket:[" + std::string(inode) + "]");
       }
     }
   }
@@ -67,73 +44,54 @@ std::set<std::string> SocketsAtThePort() {
 
 // "dnsmasq (process 812)", or empty when the system does not tell.
 std::string PortHolder() {
+  namespace fs = std::filesystem;
   const std::set<std::string> sockets = SocketsAtThePort();
-  for (const std::string& process : Numbers("/proc")) {
-    const std::string folder = "/proc/" + process;
-    for (const std::string& descriptor : Numbers(folder + "/fd")) {
-      char target[64] = {};
-      if (readlink((folder + "/fd/" + descriptor).c_str(), target, sizeof(target) - 1) > 0 &&
-          sockets.contains(target)) {
+  std::error_code refused;  // other users' processes, and those that have just ended
+  for (const fs::directory_entry& process : fs::directory_iterator("/proc", refused)) {
+    for (const fs::directory_entry& open : fs::directory_iterator(process.path() / "fd", refused)) {
+      if (sockets.contains(fs::read_symlink(open, refused).string())) {
         std::string name;
-        std::ifstream(folder + "/comm") >> name;
-        return name + " (process " + process + ")";
+        std::ifstream(process.path() / "comm") >> name;
+        return name + " (process " + process.path().filename().string() + ")";
       }
     }
   }
   return {};
 }
-
-constexpr char kHowToAsk[] = "ask with: sudo ss -lunp sport = 53";
 #else
-std::string PortHolder() { return {}; }
+constexpr char kHowToAsk[] = "; ask with: sudo lsof -nP -iUDP:53";
+constexpr char kHowToStart[] = "start as root (sudo, or a launchd daemon)";
 
-constexpr char kHowToAsk[] = "ask with: sudo lsof -nP -iUDP:53";
+std::string PortHolder() { return {}; }
 #endif
 
 }  // namespace
 
-int TryPort() {
-  const int sock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-  if (sock < 0) {
-    return errno;
-  }
+sockaddr_in DnsAddress(in_addr_t host) {
   sockaddr_in address;
   std::memset(&address, 0, sizeof(address));
   address.sin_family = AF_INET;
   address.sin_port = htons(kDnsPort);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  const bool bound = bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
-  const int error = bound ? 0 : errno;
-  close(sock);
-  return error;
+  address.sin_addr.s_addr = host;
+  return address;
 }
 
-std::string ExplainPort(int error) {
-  std::string text = "UDP 127.0.0.1 port 53: ";
+void CheckPort() {
+  const int sock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  const sockaddr_in address = DnsAddress(htonl(INADDR_LOOPBACK));
+  const bool free =
+      sock != -1 && bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0;
+  const int error = free ? 0 : errno;
+  close(sock);
+  const std::string port = "UDP 127.0.0.1 port 53: ";
   if (error == EADDRINUSE) {
     const std::string holder = PortHolder();
-    return text + "taken" + (holder.empty() ? std::string("; ") + kHowToAsk : " by " + holder);
+    throw Failure(kExitPortTaken, port + "taken" + (holder.empty() ? kHowToAsk : " by " + holder));
   }
   if (error == EACCES || error == EPERM) {
-#if defined(__linux__)
-    return text + "no right to it: start as root, or with the capability CAP_NET_BIND_SERVICE";
-#else
-    return text + "no right to it: start as root (sudo, or a launchd daemon)";
-#endif
+    throw Failure(kExitNoRight, port + "no right to it: " + kHowToStart);
   }
-  return text + std::strerror(error);
-}
-
-int PortExitStatus(int error) {
-  switch (error) {
-    case 0:
-      return kExitDone;
-    case EADDRINUSE:
-      return kExitPortTaken;
-    case EACCES:
-    case EPERM:
-      return kExitNoRight;
-    default:
-      return kExitFailure;
+  if (error != 0) {
+    throw Failure(kExitFailure, port + std::strerror(error));
   }
 }

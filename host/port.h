@@ -2,19 +2,17 @@
 #ifndef HOST_PORT_H_
 #define HOST_PORT_H_
 
+#include <netinet/in.h>
+
 #include <cstdint>
-#include <string>
 
 inline constexpr std::uint16_t kDnsPort = 53;
 
-// Binds UDP 127.0.0.1 port 53 as the service will, and lets go. Zero, or errno.
-int TryPort();
+// Port 53 of `host`, which is in network order.
+sockaddr_in DnsAddress(in_addr_t host);
 
-// What `error`, from TryPort, means and what to do about it: one sentence. Names the process that
-// holds the port where the system tells.
-std::string ExplainPort(int error);
-
-// The exit status for `error`.
-int PortExitStatus(int error);
+// Binds UDP 127.0.0.1 port 53 as the service will, and lets go. Throws Failure if that cannot be
+// done, with what to do about it and, where the system tells, the process that holds the port.
+void CheckPort();
 
 #endif  // HOST_PORT_H_

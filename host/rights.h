@@ -14,18 +14,18 @@ struct User {
   gid_t gid;
 };
 
-// Looks up `name`; empty: nobody for root, else who runs this. False, with the reason in `error`,
-// for an unknown name, or for another user without being root.
-bool FindUser(const std::string& name, User& user, std::string& error);
+// Looks up `name`; empty: nobody for root, else who runs this. Throws Failure for an unknown name,
+// or for another user without being root.
+User FindUser(const std::string& name);
 
 // Parent: gives up, for good, what it does not need to start the service again. On Linux that
 // leaves the rights to bind a low port, to become `--user` and to end a child that has, and nothing
-// that is run from here on can gain any. Elsewhere root stays root. False if the system refused.
-bool KeepParentRights();
+// that is run from here on can gain any. Elsewhere root stays root. Throws Failure.
+void KeepParentRights();
 
 // Child: becomes `user` and gives up every other right. Call it while the process has one thread,
 // because the system call that does it interrupts the waits of all others, and that would end the
-// service's workers. Null, or the name of the call that failed, with errno.
-const char* DropRights(const User& user);
+// service's workers. Throws Failure.
+void DropRights(const User& user);
 
 #endif  // HOST_RIGHTS_H_

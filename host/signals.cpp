@@ -1,54 +1,49 @@
 #include "host/signals.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <unistd.h>
+#include <sys/select.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <utility>
 
 namespace {
 
-volatile sig_atomic_t g_writeEnd = -1;
+// Written by the handler alone, which runs inside pselect alone.
+volatile sig_atomic_t g_come[NSIG];
 
-void Handle(int signal) {
-  const int error = errno;
-  const char number = static_cast<char>(signal);
-  // A full pipe has woken the loop anyway.
-  [[maybe_unused]] const ssize_t written = write(g_writeEnd, &number, 1);
-  errno = error;
-}
+void Note(int signal) { g_come[signal] = 1; }
 
 }  // namespace
 
-Signals::Signals() {
-  if (pipe(ends_) != 0) {
-    ends_[0] = -1;
-    return;
-  }
-  fcntl(ends_[0], F_SETFL, O_NONBLOCK);
-  fcntl(ends_[1], F_SETFL, O_NONBLOCK);
-  g_writeEnd = ends_[1];
-
+void CatchSignals() {
   struct sigaction action = {};
-  action.sa_handler = Handle;
-  sigemptyset(&action.sa_mask);
+  sigfillset(&action.sa_mask);
+  sigprocmask(SIG_BLOCK, &action.sa_mask, nullptr);
+  action.sa_handler = Note;
   for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
     sigaction(signal, &action, nullptr);
   }
+  // A reader that has gone costs a line, not the process.
   action.sa_handler = SIG_IGN;
   sigaction(SIGPIPE, &action, nullptr);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-bool Signals::Take(int signal) {
-  char numbers[64];
-  for (ssize_t size; (size = read(ends_[0], numbers, sizeof(numbers))) > 0;) {
-    come_.append(numbers, static_cast<std::size_t>(size));
+void WaitFor(std::initializer_list<int> descriptors, TimePoint until) {
+  fd_set readable;
+  FD_ZERO(&readable);
+  for (const int fd : descriptors) {
+    if (fd != -1) {
+      FD_SET(fd, &readable);
+    }
   }
-  const std::string::size_type before = come_.size();
-  come_.erase(std::remove(come_.begin(), come_.end(), static_cast<char>(signal)), come_.end());
-  return come_.size() < before;
+  // Rounded up: not to wake a moment too early and go round again.
+  const auto left = std::clamp(std::chrono::ceil<Milliseconds>(until - Clock::now()),
+                               Milliseconds(0), Milliseconds(3600000))
+                        .count();
+  const timespec timeout = {left / 1000, left % 1000 * 1000000};
+  sigset_t none;
+  sigemptyset(&none);
+  pselect(std::max(descriptors) + 1, &readable, nullptr, nullptr, &timeout, &none);
 }
+
+bool TakeSignal(int signal) { return std::exchange(g_come[signal], 0) != 0; }

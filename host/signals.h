@@ -1,25 +1,20 @@
-// Signals as something to poll for.
+// Signals as something to wait for. They are blocked at all other times, in every process that is
+// forked from this one too.
 #ifndef HOST_SIGNALS_H_
 #define HOST_SIGNALS_H_
 
-#include <string>
+#include <initializer_list>
 
-// One object at a time.
-class Signals {
- public:
-  // Catches SIGTERM, SIGINT, SIGHUP and SIGCHLD, ignores SIGPIPE, and lets them all through,
-  // whatever was blocked before.
-  Signals();
+#include "host/clock.h"
 
-  // -1 if the system refused.
-  int fd() const { return ends_[0]; }
+// Blocks every signal, and sees to it that SIGTERM, SIGINT, SIGHUP and SIGCHLD are noted.
+void CatchSignals();
 
-  // True if `signal` has come since the last call for it.
-  bool Take(int signal);
+// Waits until `until`, until a signal has come, or until one of `descriptors` (below 1024; -1 is
+// left out) is readable.
+void WaitFor(std::initializer_list<int> descriptors, TimePoint until);
 
- private:
-  int ends_[2] = {-1, -1};  // a pipe: the handler writes the number, the loop reads it
-  std::string come_;
-};
+// True if `signal` has come since the last call for it.
+bool TakeSignal(int signal);
 
 #endif  // HOST_SIGNALS_H_

@@ -2,20 +2,18 @@
 
 #include <arpa/inet.h>
 
-#include <fstream>
+#include <algorithm>
 #include <sstream>
-#include <string_view>
+
+#include "host/exit_status.h"
 
 namespace {
 
 constexpr std::size_t kMaxLabel = 63;
 constexpr std::size_t kMaxName = 253;
+constexpr char kNameCharacters[] = "abcdefghijklmnopqrstuvwxyz0123456789-_.";
 
 char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool IsNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
-}
 
 bool IsIpv4(const std::string& text) {
   in_addr address;
@@ -24,23 +22,13 @@ bool IsIpv4(const std::string& text) {
 
 // Why `name`, folded and without its trailing dot, cannot be a static name; null if it can.
 const char* NameFault(const std::string& name) {
-  if (name.empty()) {
-    return "the name is empty";
+  if (name.find_first_not_of(kNameCharacters) != std::string::npos) {
+    return "the name has a character other than letters, digits, '-', '_' and '.'";
   }
-  if (name.size() > kMaxName) {
-    return "the name is longer than 253 characters";
-  }
-  std::size_t label = 0;
-  for (const char c : name + '.') {
-    if (c == '.') {
-      if (label == 0 || label > kMaxLabel) {
-        return "a label of the name is empty or longer than 63 characters";
-      }
-      label = 0;
-    } else if (!IsNameCharacter(c)) {
-      return "the name has a character other than letters, digits, '-', '_' and '.'";
-    } else {
-      ++label;
+  std::istringstream labels(name + '.');
+  for (std::string label; std::getline(labels, label, '.');) {
+    if (label.empty() || label.size() > kMaxLabel || name.size() > kMaxName) {
+      return "a label of the name is empty or longer than 63 characters, or the name than 253";
     }
   }
   if (name.find(".in-addr.arpa") != std::string::npos) {
@@ -51,83 +39,60 @@ const char* NameFault(const std::string& name) {
 
 }  // namespace
 
-bool StaticNames::Add(std::string name, const std::string& address, const std::string& source,
-                      std::string& error) {
+void StaticNames::Add(std::string name, const Entry& entry) {
   const std::string given = name;
-  for (char& c : name) {
-    c = LowerAscii(c);
-  }
+  std::transform(name.begin(), name.end(), name.begin(), LowerAscii);
   if (name.size() > 1 && name.back() == '.') {
     name.pop_back();
   }
   if (const char* const fault = NameFault(name)) {
-    error = source + ": '" + given + "': " + fault;
-    return false;
+    throw Failure(kExitBadInput, entry.source + ": '" + given + "': " + fault);
   }
-  const auto [entry, added] = first_.emplace(name, Entry{address, source});
-  if (added) {
-    names_.emplace_back(name, address);
-  } else {
-    duplicates_.push_back(name + ": " + entry->second.address + " (" + entry->second.source +
-                          ") wins over " + address + " (" + source + ")");
+  const auto [first, added] = names.emplace(name, entry);
+  if (!added) {
+    duplicates.push_back(name + ": " + first->second.address + " (" + first->second.source +
+                         ") wins over " + entry.address + " (" + entry.source + ")");
   }
-  return true;
 }
 
-bool StaticNames::AddMapping(const std::string& text, std::string& error) {
+void StaticNames::AddMapping(const std::string& text) {
+  const std::string source = "--map " + text;
   const std::size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    error = "--map " + text + ": not NAME=ADDRESS";
-    return false;
+    throw Failure(kExitBadInput, source + ": not NAME=ADDRESS");
   }
   const std::string address = text.substr(equals + 1);
   if (!IsIpv4(address)) {
-    error = "--map " + text + ": '" + address + "' is not an IPv4 address";
-    return false;
+    throw Failure(kExitBadInput, source + ": '" + address + "' is not an IPv4 address");
   }
-  return Add(text.substr(0, equals), address, "--map " + text, error);
+  Add(text.substr(0, equals), {address, source});
 }
 
-bool StaticNames::AddHostsFile(const std::string& path, std::string& error) {
-  std::ifstream file(path);
-  if (!file) {
-    error = path + ": cannot be read";
-    return false;
-  }
-  return AddHosts(file, path, error);
-}
-
-bool StaticNames::AddHosts(std::istream& lines, const std::string& source, std::string& error) {
+void StaticNames::AddHosts(std::istream& lines, const std::string& file) {
   std::string line;
   for (int number = 1; std::getline(lines, line); ++number) {
     std::istringstream words(line.substr(0, line.find('#')));
-    const std::string where = source + ":" + std::to_string(number);
+    const std::string where = file + ":" + std::to_string(number);
     std::string address;
+    std::string name;
     if (!(words >> address)) {
       continue;
     }
     if (address.find(':') != std::string::npos) {
-      ++ipv6Lines_;
+      ++ipv6Lines;
       continue;
     }
     if (!IsIpv4(address)) {
-      error = where + ": '" + address + "' is not an IPv4 address";
-      return false;
+      throw Failure(kExitBadInput, where + ": '" + address + "' is not an IPv4 address");
     }
-    std::string name;
     if (!(words >> name)) {
-      error = where + ": no name behind " + address;
-      return false;
+      throw Failure(kExitBadInput, where + ": no name behind " + address);
     }
     do {
-      if (!Add(name, address, where, error)) {
-        return false;
-      }
+      Add(name, {address, where});
     } while (words >> name);
   }
-  if (lines.bad()) {
-    error = source + ": cannot be read";
-    return false;
+  if (!lines.eof()) {
+    throw Failure(kExitBadInput, file + ": cannot be read");
   }
-  return true;
 }

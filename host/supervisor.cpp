@@ -1,18 +1,19 @@
 #include "host/supervisor.h"
 
-#include <poll.h>
+#include <arpa/inet.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <cstdio>
+#include <utility>
 
 #include "host/exit_status.h"
 #include "host/log.h"
-#include "host/notify.h"
 #include "host/port.h"
+#include "host/signals.h"
+#include "host/status.h"
+#include "host/unix_socket.h"
 
 namespace {
 
@@ -22,282 +23,172 @@ constexpr Milliseconds kBetweenStarts{50};
 // One that has not: after 100 ms, 200 ms and so on up to 5 s.
 constexpr Milliseconds kFirstDelay{100};
 constexpr Milliseconds kLongestDelay{5000};
+
+// A child is asked again and again until it answers for the first time.
 constexpr Milliseconds kStartTimeout{2000};
+constexpr Milliseconds kStartInterval{20};
+
+constexpr Milliseconds kProbeTimeout{200};
 
 // Without queries for this long the host slows down. What ends or stops the service is reported at
 // once all the same; only a service that hangs is found later.
 constexpr Milliseconds kIdleAfter{10000};
 constexpr Milliseconds kIdleInterval{2000};
 
-// Probes in a row that may stay unanswered.
-constexpr int kMaxUnanswered = 2;
-
 constexpr std::size_t kRestartsKept = 5;
 constexpr Milliseconds kBetweenLogLines{1000};
 
-Milliseconds Since(TimePoint then, TimePoint now) {
-  return std::chrono::duration_cast<Milliseconds>(now - then);
-}
-
-std::string HowItEnded(const Child::Ending& ending) {
-  if (!ending.heard.empty() && ending.heard.back() != "serving") {
-    return ending.heard.back();
-  }
-  if (ending.stopped) {
-    return "service was stopped by a signal";
-  }
-  if (WIFSIGNALED(ending.status)) {
-    return "service was ended by signal " + std::to_string(WTERMSIG(ending.status));
-  }
-  return "service left with status " + std::to_string(WEXITSTATUS(ending.status));
+// A name that the service turns away as a reverse look-up. It has a random part, so that no
+// application can pass its own queries off as probes, which are kept out of the trace.
+std::string MakeProbeName() {
+  std::random_device random;
+  char name[64];
+  std::snprintf(name, sizeof(name), "%08x%08x.probe.in-addr.arpa", random(), random());
+  return name;
 }
 
 }  // namespace
 
 Supervisor::Supervisor(const Options& options, const Configuration& configuration, const User& user,
-                       TraceFile& trace, TraceSink& sink, const StatusSocket& status)
+                       Trace& trace, int statusListener)
     : options_(options),
       configuration_(configuration),
       trace_(trace),
-      sink_(sink),
-      status_(status),
-      prober_(MakeProbeName()),
-      child_(sink, user, prober_.name()) {
+      statusListener_(statusListener),
+      probeName_(MakeProbeName()),
+      service_(trace, user, probeName_) {
   monitor_.Watch(configuration.servers, now_);
 }
 
-int Supervisor::Run() {
-  if (signals_.fd() == -1 || prober_.fd() == -1) {
-    Log(Level::kError, "no socket to ask 127.0.0.1 with: %s", std::strerror(errno));
-    return kExitFailure;
-  }
-  while (exitStatus_ == -1) {
-    if (state_ == State::kWaiting && now_ >= startAt_) {
+void Supervisor::Run() {
+  while (!TakeSignal(SIGTERM) && !TakeSignal(SIGINT)) {
+    if (TakeSignal(SIGHUP)) {
+      RenewTrace(false);
+      Reload();
+    }
+    Receive();
+    if (const std::optional<std::string> why = service_.Ended()) {
+      Ended(*why);
+    }
+    if (service_.id() == 0 && now_ >= startAt_) {
       Start();
     }
-    Wait();
+    if (service_.id() != 0 && now_ >= probeAt_) {
+      LookAround();
+      Probe();
+    }
+    FollowUpstreams();
+    AnswerStatus(statusListener_, [this] { return Report(); });
+    WaitFor({questions_, statusListener_}, std::min(service_.id() == 0 ? startAt_ : probeAt_,
+                                                    Idle() ? TimePoint::max() : monitor_.due()));
+    now_ = Clock::now();
   }
   NotifyManager("STOPPING=1");
-  if (child_.IsThere()) {
-    child_.Kill();
-    child_.AwaitEnd();
-  }
-  Log(Level::kInfo, "stopped");
-  return exitStatus_;
-}
-
-void Supervisor::Wait() {
-  // Negative descriptors are skipped by poll.
-  enum { kSignals, kProbe, kMonitor, kStatus, kLine, kCount };
-  pollfd descriptors[kCount] = {{signals_.fd(), POLLIN, 0},
-                                {prober_.fd(), POLLIN, 0},
-                                {monitor_.fd(), POLLIN, 0},
-                                {status_.fd(), POLLIN, 0},
-                                {child_.line(), POLLIN, 0}};
-  // Rounded up: not to wake a moment too early and go round again.
-  const auto left = std::chrono::ceil<Milliseconds>(NextDue() - Clock::now()).count();
-  poll(descriptors, kCount, static_cast<int>(std::max<Milliseconds::rep>(left, 0)));
-  now_ = Clock::now();
-
-  // The child first: everything else depends on its state.
-  if (descriptors[kLine].revents != 0) {
-    for (const std::string& message : child_.Heard()) {
-      if (message == "serving") {
-        Serving();
-      } else {
-        endWhy_ = message;  // its end follows
-      }
-    }
-  }
-  if (signals_.Take(SIGCHLD)) {
-    if (const std::optional<Child::Ending> ending = child_.Gone()) {
-      Ended(*ending);
-    }
-  }
-  if (signals_.Take(SIGTERM) || signals_.Take(SIGINT)) {
-    exitStatus_ = exitStatus_ == -1 ? kExitDone : exitStatus_;
-    return;
-  }
-  if (signals_.Take(SIGHUP)) {
-    RenewTrace(false);
-    Reload();
-  }
-  if (prober_.Answered(now_)) {
-    unanswered_ = 0;
-    if (!ready_) {
-      ready_ = true;
-      NotifyManager("READY=1");
-    }
-  }
-  if (descriptors[kStatus].revents != 0) {
-    status_.Answer(Report());
-  }
-
-  if (state_ == State::kStarting && now_ >= startedAt_ + kStartTimeout) {
-    End("service does not come up");
-  }
-  if (state_ == State::kServing) {
-    if (prober_.waitingSince() && now_ >= *prober_.waitingSince() + ProbeTimeout()) {
-      ProbeLate();
-    }
-    if (now_ >= tickAt_) {
-      Tick();
-    }
-  }
-  LookAtUpstreams();
-}
-
-TimePoint Supervisor::NextDue() const {
-  TimePoint due = monitor_.due().value_or(now_ + std::chrono::hours(1));
-  switch (state_) {
-    case State::kWaiting:
-      return std::min(due, startAt_);
-    case State::kStarting:
-      return std::min(due, startedAt_ + kStartTimeout);
-    case State::kServing:
-      due = std::min(due, tickAt_);
-      if (prober_.waitingSince()) {
-        due = std::min(due, *prober_.waitingSince() + ProbeTimeout());
-      }
-  }
-  return due;
 }
 
 void Supervisor::Start() {
-  const int error = TryPort();
-  if (error != 0 && error != portError_) {
-    Log(Level::kError, "%s", ExplainPort(error).c_str());
-  }
-  portError_ = error;
-  running_ = configuration_;
-  running_.servers = monitor_.Choice();
   startedAt_ = now_;
-  endWhy_.clear();
-  if (error == 0 && child_.Start(running_)) {
-    state_ = State::kStarting;
-    return;
-  }
-  if (error == 0) {
-    Log(Level::kError, "no child process: %s", std::strerror(errno));
-  }
-  ++failedStarts_;
-  startAt_ = now_ + std::min(kLongestDelay, kFirstDelay * (1 << std::min(failedStarts_ - 1, 6)));
-}
-
-void Supervisor::Serving() {
-  if (restartCount_ == 0) {
-    Log(Level::kInfo, "serving on UDP 127.0.0.1 port 53");
-  }
-  state_ = State::kServing;
-  failedStarts_ = 0;
-  unanswered_ = 0;
-  tickAt_ = now_;
-}
-
-// The parent wants the child to end; Ended comes by SIGCHLD.
-void Supervisor::End(const std::string& why) {
-  if (child_.IsThere() && endWhy_.empty()) {
-    endWhy_ = why;
-    child_.Kill();
+  running_ = {monitor_.Choice(), configuration_.names};
+  serving_ = false;
+  waiting_ = false;
+  probeAt_ = now_;
+  try {
+    CheckPort();
+    service_.Start(running_);
+    complaint_.clear();
+  } catch (const Failure& failure) {
+    Complain(failure.what());
+    StartAgain(false);
   }
 }
 
-void Supervisor::Ended(const Child::Ending& ending) {
-  const bool said = std::count(ending.heard.begin(), ending.heard.end(), "serving") != 0;
-  failedStarts_ = state_ == State::kServing || said ? 0 : failedStarts_ + 1;
-  const std::string why = endWhy_.empty() ? HowItEnded(ending) : endWhy_;
-  if (WIFEXITED(ending.status) && WEXITSTATUS(ending.status) == kChildNoRights) {
-    Log(Level::kError, "%s (--user names another)", why.c_str());
-    exitStatus_ = kExitNoRight;
-    return;
-  }
+void Supervisor::Ended(const std::string& why) {
   ++restartCount_;
   restarts_.push_front({now_, why});
   restarts_.resize(std::min(restarts_.size(), kRestartsKept));
-  LogRestart(why);
-
-  state_ = State::kWaiting;
-  startAt_ =
-      failedStarts_ == 0
-          ? startedAt_ + kBetweenStarts
-          : now_ + std::min(kLongestDelay, kFirstDelay * (1 << std::min(failedStarts_ - 1, 6)));
+  if (now_ - loggedAt_ >= kBetweenLogLines) {
+    loggedAt_ = now_;
+    Log("warning",
+        "starting the service again: " + why + " (number " + std::to_string(restartCount_) + ")");
+  }
+  StartAgain(service_.bound());
 }
 
-void Supervisor::LogRestart(const std::string& why) {
-  if (now_ - loggedAt_ < kBetweenLogLines) {
-    ++notLogged_;
-    return;
-  }
-  const std::string more =
-      notLogged_ == 0 ? "" : ", " + std::to_string(notLogged_) + " more before";
-  Log(Level::kWarning, "starting the service again: %s (number %llu%s)", why.c_str(),
-      static_cast<unsigned long long>(restartCount_), more.c_str());
-  loggedAt_ = now_;
-  notLogged_ = 0;
+void Supervisor::StartAgain(bool served) {
+  failedStarts_ = served ? 0 : std::min(failedStarts_ + 1, 8);
+  startAt_ = served ? startedAt_ + kBetweenStarts
+                    : now_ + std::min(kLongestDelay, kFirstDelay * (1 << (failedStarts_ - 1)));
 }
 
 // Everything that is done now and then is done here, so that it costs one wake-up together.
-void Supervisor::Tick() {
-  const std::uint64_t queries = Queries();
-  if (queries != queriesSeen_) {
-    if (Idle()) {
-      monitor_.AskSoon(now_);
-    }
+void Supervisor::LookAround() {
+  if (Queries() != queriesSeen_) {
+    queriesSeen_ = Queries();
     queriedAt_ = now_;
-    queriesSeen_ = queries;
   }
   if (trace_.Full()) {
     RenewTrace(true);
   }
-  if (options_.servers.empty() && resolvConf_.Changed()) {
+  if (options_.servers.empty() && ReadResolvConf() != resolvConf_) {
     Reload();
   }
-  if (!prober_.waitingSince()) {
-    Probe();
-  }
-  tickAt_ =
-      now_ + (Idle() ? std::max(kIdleInterval, options_.probeInterval) : options_.probeInterval);
 }
 
 void Supervisor::Probe() {
-  passesAtProbe_ = child_.passes();
-  ++probes_;
-  prober_.Ask(now_);
-}
-
-void Supervisor::ProbeLate() {
   // A query thread that takes up datagrams is alive: the probe, or its answer, was lost to load.
-  unanswered_ = child_.passes() == passesAtProbe_ ? unanswered_ + 1 : 0;
-  if (unanswered_ >= kMaxUnanswered) {
-    End("service does not answer");
+  const bool late = waiting_ && service_.passes() == passesAtProbe_;
+  if (late && (serving_ || now_ >= startedAt_ + kStartTimeout)) {
+    service_.Kill(serving_ ? "service does not answer" : "service does not come up");
   }
-  Probe();
+  passesAtProbe_ = service_.passes();
+  waiting_ = true;
+  askedAt_ = now_;
+  probeAt_ = now_ + (serving_ ? kProbeTimeout : kStartInterval);
+  Ask(questions_, htonl(INADDR_LOOPBACK), static_cast<std::uint16_t>(random_()), probeName_,
+      kTypePtr);
 }
 
-void Supervisor::LookAtUpstreams() {
-  if (monitor_.fd() == -1) {
-    return;
-  }
-  monitor_.Receive(now_);
-  monitor_.Ask(now_, Idle());
-  const std::vector<std::string> choice = monitor_.Choice();
-  if (choice != running_.servers && state_ != State::kWaiting && endWhy_.empty()) {
-    std::string names;
-    for (const std::string& server : choice) {
-      names += " " + server;
+void Supervisor::Receive() {
+  while (const std::optional<Response> response = ReceiveResponse(questions_)) {
+    if (response->server != htonl(INADDR_LOOPBACK)) {
+      monitor_.Answered(now_, *response);
+      continue;
     }
-    End("upstream servers that are alive:" + names);
+    ++probesAnswered_;
+    waiting_ = false;
+    serving_ = true;
+    answeredAt_ = now_;
+    const Milliseconds interval(options_.probeInterval);
+    probeAt_ = askedAt_ + (Idle() ? std::max(kIdleInterval, interval) : interval);
+    if (!ready_) {
+      ready_ = true;
+      Log("info", "serving on UDP 127.0.0.1 port 53");
+      NotifyManager("READY=1");
+    }
+  }
+}
+
+void Supervisor::FollowUpstreams() {
+  if (!Idle()) {
+    monitor_.AskDue(now_, questions_);
+  }
+  const std::vector<std::string> choice = monitor_.Choice();
+  if (choice != running_.servers) {
+    service_.Kill("upstream servers are now " + Joined(choice));
   }
 }
 
 void Supervisor::Reload() {
-  if (LoadConfiguration(options_, configuration_) != kExitDone) {
-    Log(Level::kWarning, "nothing changed: the service runs on with what it has");
+  resolvConf_ = ReadResolvConf();
+  try {
+    configuration_ = LoadConfiguration(options_);
+  } catch (const Failure& failure) {
+    Log("warning", std::string(failure.what()) + "; the service runs on with what it has");
     return;
   }
   monitor_.Watch(configuration_.servers, now_);
-  if (configuration_.names != running_.names || monitor_.Choice() != running_.servers) {
-    End("configuration has changed");
+  if (configuration_.names != running_.names) {
+    service_.Kill("static names have changed");
   }
 }
 
@@ -305,49 +196,49 @@ void Supervisor::RenewTrace(bool rotate) {
   if (!trace_.IsFile()) {
     return;
   }
-  std::string error;
-  if ((rotate && !trace_.Rotate()) || !trace_.Open(error)) {
-    Log(Level::kWarning, "the trace file stays as it is: %s",
-        error.empty() ? std::strerror(errno) : error.c_str());
-    return;
-  }
-  sink_.Attach(trace_.fd());
-  if (child_.IsThere()) {
-    child_.HandTraceFile(trace_.fd());
+  try {
+    rotate ? trace_.Rotate() : trace_.Open();
+    service_.RenewTrace();
+  } catch (const Failure& failure) {
+    Complain(failure.what());
   }
 }
 
-std::uint64_t Supervisor::Queries() const {
-  return child_.passes() > probes_ ? child_.passes() - probes_ : 0;
+// Says the same thing once, however often it is found.
+void Supervisor::Complain(const std::string& why) {
+  if (std::exchange(complaint_, why) != why) {
+    Log("error", why);
+  }
 }
 
 bool Supervisor::Idle() const { return now_ - queriedAt_ >= kIdleAfter; }
 
-Milliseconds Supervisor::ProbeTimeout() const { return options_.probeInterval * 2 / 5; }
-
-StatusReport Supervisor::Report() const {
-  StatusReport report;
-  report.uptime = Since(begun_, now_);
-  report.host = getpid();
-  report.service = child_.process();
-  report.state = state_ == State::kServing    ? "serving"
-                 : state_ == State::kStarting ? "starting"
-                                              : "waiting to start again";
-  report.queries = Queries();
-  report.restartCount = restartCount_;
-  for (const Restart& restart : restarts_) {
-    report.restarts.push_back({Since(restart.at, now_), restart.why});
-  }
+std::string Supervisor::Report() const {
+  std::vector<std::string> upstreams;
   for (const UpstreamMonitor::Upstream& upstream : monitor_.upstreams()) {
-    report.upstreams.push_back({upstream.name,
-                                monitor_.fd() == -1        ? "not watched"
-                                : upstream.health.silent() ? "silent"
-                                                           : "alive",
-                                upstream.health.roundTrip()});
+    const std::optional<Milliseconds> roundTrip = upstream.health.roundTrip();
+    const char* const state = !monitor_.Watching()       ? "not watched"
+                              : upstream.health.silent() ? "silent"
+                                                         : "alive";
+    upstreams.push_back(
+        Object({Member("address", Quoted(upstream.name)), Member("state", Quoted(state)),
+                Member("round_trip_ms", roundTrip ? std::to_string(roundTrip->count()) : "null")}));
   }
-  if (prober_.answeredAt()) {
-    report.probeAgo = Since(*prober_.answeredAt(), now_);
+  std::vector<std::string> restarts;
+  for (const Restart& restart : restarts_) {
+    restarts.push_back(
+        Object({Member("s_ago", Seconds(now_ - restart.at)), Member("why", Quoted(restart.why))}));
   }
-  report.probeRoundTrip = prober_.roundTrip();
-  return report;
+  const char* const state = service_.id() == 0 ? "waiting to start again"
+                            : serving_         ? "serving"
+                                               : "starting";
+  return Outermost({{"state", Quoted(state)},
+                    {"uptime_s", Seconds(now_ - begun_)},
+                    {"host_process", std::to_string(getpid())},
+                    {"service_process", std::to_string(service_.id())},
+                    {"queries", std::to_string(Queries())},
+                    {"last_probe_s_ago", answeredAt_ ? Seconds(now_ - *answeredAt_) : "null"},
+                    {"upstreams", Array(upstreams)},
+                    {"restarts", std::to_string(restartCount_)},
+                    {"last_restarts", Array(restarts)}});
 }

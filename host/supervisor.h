@@ -1,27 +1,28 @@
-// The parent: keeps one child serving, and tells how that goes. One thread, one poll.
+// The parent: keeps one child serving, and tells how that goes. One thread, one wait.
 //
 //   waiting   no child; the next start is due at startAt_
-//   starting  forked; the child has not said "serving" yet
+//   starting  forked; no probe has been answered yet
 //   serving   probed, and its servers watched
 //
 // A child that ends, is stopped, does not come up or no longer answers leads back to waiting: for
-// as good as no time after it has served, longer and longer when starting fails again and again.
+// as good as no time after it has held the port, longer and longer when starting fails again and
+// again.
 #ifndef HOST_SUPERVISOR_H_
 #define HOST_SUPERVISOR_H_
 
+#include <cstdint>
 #include <deque>
+#include <optional>
+#include <random>
 #include <string>
 
-#include "host/child.h"
 #include "host/clock.h"
 #include "host/configuration.h"
 #include "host/options.h"
-#include "host/prober.h"
+#include "host/questions.h"
 #include "host/rights.h"
-#include "host/service_output.h"
-#include "host/signals.h"
-#include "host/status_socket.h"
-#include "host/trace_file.h"
+#include "host/service_process.h"
+#include "host/trace.h"
 #include "host/upstream_monitor.h"
 #include "host/upstreams.h"
 
@@ -29,81 +30,72 @@ class Supervisor {
  public:
   // The references stay the caller's and outlive this.
   Supervisor(const Options& options, const Configuration& configuration, const User& user,
-             TraceFile& trace, TraceSink& sink, const StatusSocket& status);
+             Trace& trace, int statusListener);
 
-  // Runs until SIGTERM or SIGINT, with nothing left behind. An exit status.
-  int Run();
+  // Runs until SIGTERM or SIGINT. Throws Failure when no child can become the user. Leaves nothing
+  // behind either way.
+  void Run();
 
  private:
-  enum class State { kWaiting, kStarting, kServing };
+  // The child's life.
+  void Start();
+  void Ended(const std::string& why);
+  void StartAgain(bool served);
+
+  // While it serves.
+  void Probe();
+  void LookAround();
+  void Receive();
+  void FollowUpstreams();
+
+  void Reload();
+  void RenewTrace(bool rotate);
+  void Complain(const std::string& why);
+  std::string Report() const;
+
+  // Datagrams taken up by the service that were no probes.
+  std::uint64_t Queries() const { return service_.passes() - probesAnswered_; }
+  bool Idle() const;  // no application has asked anything for a while
+
+  const Options& options_;
+  Configuration configuration_;
+  Trace& trace_;
+  const int statusListener_;  // -1: none
+
+  std::mt19937 random_{std::random_device{}()};
+  const std::string probeName_;
+  const int questions_ = OpenQuestionSocket();  // to the end of the process
+  UpstreamMonitor monitor_;
+  ServiceProcess service_;
+
+  TimePoint now_ = Clock::now();
+  const TimePoint begun_ = now_;
+  Configuration running_;  // what the child was started with
+  TimePoint startAt_ = now_;
+  TimePoint startedAt_ = now_;
+  int failedStarts_ = 0;   // in a row
+  bool serving_ = false;   // the child has answered
+  bool ready_ = false;     // the service manager has been told so
+  std::string complaint_;  // the last one
+
+  TimePoint probeAt_ = now_;  // the next one
+  bool waiting_ = false;      // the last one has no answer yet
+  TimePoint askedAt_ = now_;
+  std::optional<TimePoint> answeredAt_;
+  std::uint64_t passesAtProbe_ = 0;
+  std::uint64_t probesAnswered_ = 0;
+
+  std::uint64_t queriesSeen_ = 0;  // at the last probe
+  TimePoint queriedAt_ = now_;     // the last probe that saw new ones
+  std::string resolvConf_ = ReadResolvConf();
 
   struct Restart {
     TimePoint at;
     std::string why;
   };
-
-  // One wait, and what came of it.
-  void Wait();
-  TimePoint NextDue() const;
-
-  // The child's life.
-  void Start();
-  void Serving();
-  void End(const std::string& why);
-  void Ended(const Child::Ending& ending);
-  void LogRestart(const std::string& why);
-
-  // While it serves.
-  void Tick();
-  void Probe();
-  void ProbeLate();
-  void LookAtUpstreams();
-
-  void Reload();
-  void RenewTrace(bool rotate);
-  StatusReport Report() const;
-
-  // Datagrams taken up by the service that were no probes.
-  std::uint64_t Queries() const;
-  bool Idle() const;
-  Milliseconds ProbeTimeout() const;
-
-  const Options& options_;
-  Configuration configuration_;
-  TraceFile& trace_;
-  TraceSink& sink_;
-  const StatusSocket& status_;
-
-  Signals signals_;
-  FileWatch resolvConf_{kResolvConf};
-  Prober prober_;
-  Child child_;
-  UpstreamMonitor monitor_;
-
-  TimePoint now_ = Clock::now();
-  const TimePoint begun_ = now_;
-  State state_ = State::kWaiting;
-  int exitStatus_ = -1;  // set to end the loop
-
-  Configuration running_;  // what the child was started with
-  TimePoint startAt_ = now_;
-  TimePoint startedAt_ = now_;
-  int failedStarts_ = 0;  // in a row
-  int portError_ = 0;     // the last one, so that it is explained once
-  bool ready_ = false;    // the service manager has been told
-  std::string endWhy_;    // why the parent ended the child; empty if it did not
-
-  TimePoint tickAt_ = now_;
-  int unanswered_ = 0;        // probes in a row
-  std::uint64_t probes_ = 0;  // sent
-  std::uint64_t passesAtProbe_ = 0;
-  std::uint64_t queriesSeen_ = 0;  // at the last tick
-  TimePoint queriedAt_ = now_;     // the last tick that saw new ones
-
   std::uint64_t restartCount_ = 0;
-  std::deque<Restart> restarts_;  // newest first
-  TimePoint loggedAt_;
-  int notLogged_ = 0;
+  std::deque<Restart> restarts_;  // the last ones, newest first
+  TimePoint loggedAt_;            // the last that was logged
 };
 
 #endif  // HOST_SUPERVISOR_H_

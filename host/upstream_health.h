@@ -1,19 +1,17 @@
 // Is an upstream server alive? The rules, without sockets and with the time handed in.
 //
-//   asked    every 2 s (1.6 to 2.4), a quarter as often while no application asks
-//   doubted  an answer is 200 ms late: asked again every 200 ms
-//   silent   nothing came back for 1.5 s, in which it was asked five times at least
+//   asked    every 2 s (1.6 to 2.4)
+//   doubted  an answer is 100 ms late: asked again every 100 ms
+//   silent   none of these questions was answered for 1 s
 //   alive    again after five questions in a row that were answered within 1 s
 //
-// A server that loses 30 % of its questions or answers would have to lose eight in a row to be
+// A server that loses 30 % of its questions or answers would have to lose eleven in a row to be
 // taken for silent, and one that has just come back is not trusted at once: that is what keeps the
 // order from going to and fro.
 #ifndef HOST_UPSTREAM_HEALTH_H_
 #define HOST_UPSTREAM_HEALTH_H_
 
-#include <cstdint>
 #include <optional>
-#include <vector>
 
 #include "host/clock.h"
 
@@ -21,27 +19,42 @@ class UpstreamHealth {
  public:
   static constexpr Milliseconds kInterval{2000};
   static constexpr Milliseconds kJitter{400};
-  static constexpr Milliseconds kDoubtInterval{200};
-  static constexpr Milliseconds kSilentAfter{1500};
+  static constexpr Milliseconds kDoubtInterval{100};
   static constexpr Milliseconds kTimeout{1000};
-  static constexpr std::size_t kSilentQuestions = 5;
+  static constexpr int kSilentQuestions = kTimeout / kDoubtInterval;
   static constexpr int kTrustedAnswers = 5;
-  static constexpr int kIdleFactor = 4;
 
   // Due at once.
-  explicit UpstreamHealth(TimePoint now) : due_(now) {}
+  explicit UpstreamHealth(TimePoint now) : due_(now), asked_(now) {}
 
   // When to ask next.
   TimePoint due() const { return due_; }
 
-  // Applications have come back: asks at once, unless it is waiting for an answer anyway.
-  void AskSoon(TimePoint now);
+  // The next question repeats the last one: an answer to either will do.
+  bool repeats() const { return waiting_ && !silent_; }
 
-  // A question under `id` is being sent. `interval` is the time to the next one if all is well.
-  void Asked(TimePoint now, std::uint16_t id, Milliseconds interval);
+  // A question is being sent. `interval` is the time to the next one if all is well.
+  void Asked(TimePoint now, Milliseconds interval) {
+    if (waiting_) {
+      answersInRow_ = 0;
+      silent_ = silent_ || ++unanswered_ >= kSilentQuestions;
+    }
+    waiting_ = true;
+    asked_ = now;
+    interval_ = interval;
+    due_ = now + (silent_ ? interval : kDoubtInterval);
+  }
 
-  // A response under `id` has arrived.
-  void Answered(TimePoint now, std::uint16_t id);
+  // The question has been answered.
+  void Answered(TimePoint now) {
+    if (waiting_ && now - asked_ <= kTimeout) {
+      waiting_ = false;
+      unanswered_ = 0;
+      roundTrip_ = std::chrono::duration_cast<Milliseconds>(now - asked_);
+      due_ = asked_ + interval_;
+      silent_ = silent_ && ++answersInRow_ < kTrustedAnswers;
+    }
+  }
 
   bool silent() const { return silent_; }
 
@@ -49,16 +62,13 @@ class UpstreamHealth {
   std::optional<Milliseconds> roundTrip() const { return roundTrip_; }
 
  private:
-  struct Question {
-    std::uint16_t id;
-    TimePoint at;
-  };
-
   TimePoint due_;
+  TimePoint asked_;
   Milliseconds interval_ = kInterval;
-  std::vector<Question> open_;  // without an answer yet, since the last one
+  bool waiting_ = false;
   bool silent_ = false;
-  int answersInRow_ = 0;
+  int unanswered_ = 0;    // questions in a row
+  int answersInRow_ = 0;  // while silent
   std::optional<Milliseconds> roundTrip_;
 };
 

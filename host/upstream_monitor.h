@@ -4,45 +4,37 @@
 
 #include <netinet/in.h>
 
-#include <optional>
+#include <cstdint>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "host/clock.h"
+#include "host/questions.h"
 #include "host/upstream_health.h"
 
 class UpstreamMonitor {
  public:
   struct Upstream {
-    std::string name;     // dotted decimal
-    sockaddr_in address;  // port 53
+    std::string name;   // dotted decimal
+    in_addr_t address;  // network order
+    std::uint16_t id;   // of the question that waits for its answer
     UpstreamHealth health;
   };
-
-  UpstreamMonitor() = default;
-  ~UpstreamMonitor();
-
-  UpstreamMonitor(const UpstreamMonitor&) = delete;
-  UpstreamMonitor& operator=(const UpstreamMonitor&) = delete;
 
   // Watches these from now on. Of one that was watched before, what is known is kept.
   void Watch(const std::vector<std::string>& servers, TimePoint now);
 
-  // -1 while there is nothing to choose.
-  int fd() const { return sock_; }
+  // Whether there is anything to choose.
+  bool Watching() const { return upstreams_.size() > 1; }
 
-  // When to Ask next; nothing while there is nothing to choose.
-  std::optional<TimePoint> due() const;
+  // When to Ask next.
+  TimePoint due() const;
 
-  // Asks whom it is time to ask. `idle`: no application has asked anything for a while.
-  void Ask(TimePoint now, bool idle);
+  // Asks whom it is time to ask, from `sock`.
+  void AskDue(TimePoint now, int sock);
 
-  // Applications have come back.
-  void AskSoon(TimePoint now);
-
-  // Takes what has arrived.
-  void Receive(TimePoint now);
+  void Answered(TimePoint now, const Response& response);
 
   // Whom the service should ask, in the configured order: those that are alive. Silent ones are
   // left out, because the service waits for ever on the first silent one that it comes to, which
@@ -53,7 +45,6 @@ class UpstreamMonitor {
 
  private:
   std::vector<Upstream> upstreams_;
-  int sock_ = -1;
   std::mt19937 random_{std::random_device{}()};
 };
 

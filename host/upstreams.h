@@ -19,21 +19,11 @@ struct LocalUpstreams {
 // on this machine (a resolver here may ask the proxy, which would go round in circles).
 LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values);
 
-// The same for /etc/resolv.conf as it is now, read by get_localdns_dnsproxy. Traces on standard
-// output.
-LocalUpstreams ReadLocalUpstreams();
+// Those of /etc/resolv.conf as it is now, read by get_localdns_dnsproxy, which traces on standard
+// output; the log says what was dropped. Throws Failure if there is none.
+std::vector<std::string> ReadLocalUpstreams();
 
-// Tells when a file has changed, by a look at its state: no descriptor, no thread.
-class FileWatch {
- public:
-  explicit FileWatch(std::string path) : path_(std::move(path)) { Changed(); }
-
-  // True if the file is another, was written, came or went since the last call.
-  bool Changed();
-
- private:
-  std::string path_;
-  std::string seen_;
-};
+// What /etc/resolv.conf holds now, to see whether it has changed; empty if it cannot be read.
+std::string ReadResolvConf();
 
 #endif  // HOST_UPSTREAMS_H_

@@ -149,7 +149,8 @@ class Upstream:
     def __init__(self, address, loss=0.0):
         self.address = address
         self.loss = loss
-        self.asked = 0  # by applications; the host's own questions are for the root
+        self.asked = 0  # by applications
+        self.questions = 0  # by the host itself, for the root
         self._random = random.Random(address)
         self._sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self._sock.settimeout(0.05)
@@ -171,6 +172,7 @@ class Upstream:
                 continue
             name = question_name(query)
             self.asked += bool(name)
+            self.questions += not name
             if self._random.random() < self.loss:
                 continue
             if name.startswith("runt."):
@@ -245,7 +247,7 @@ class Host:
 
     def answers(self):
         try:
-            return self.status()["state"] == "serving" and self.status()["last_probe"]["ms_ago"] is not None
+            return self.status()["state"] == "serving" and self.status()["last_probe_s_ago"] is not None
         except (OSError, ValueError):
             return False
 
@@ -255,7 +257,7 @@ class Host:
             sock.settimeout(PATIENCE)
             sock.connect(self.socket)
             text = b"".join(iter(lambda: sock.recv(4096), b""))
-        return json.loads(text.split(b"\0")[1])
+        return json.loads(text)
 
     def child(self):
         """The process of the service, once it is there."""

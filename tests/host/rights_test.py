@@ -48,8 +48,10 @@ class Rights(unittest.TestCase):
         with Host(*NAMES) as host:
             host.serving()
             (thread,) = statuses(host.process.pid)
-            for mask in ("CapPrm", "CapEff", "CapBnd"):
+            for mask in ("CapPrm", "CapEff"):
                 self.assertEqual(int(thread[mask], 16), KILL | SETGID | SETUID | NET_BIND_SERVICE, mask)
+            for mask in ("CapInh", "CapAmb"):
+                self.assertEqual(int(thread[mask], 16), 0, mask)
             self.assertEqual(thread["NoNewPrivs"], "1")
 
     def test_user_with_the_one_capability_is_enough_and_loses_it_in_the_service(self):

@@ -61,7 +61,7 @@ class Demo(unittest.TestCase):
         done = subprocess.run([SCRIPTS / "demo"], capture_output=True, text=True, timeout=120)
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         for text in ("198.51.100.10", "127.0.0.53", "status: NXDOMAIN", "****QureyThread***: received dns request",
-                     "starting the service again: query thread ended", "restarts   1"):
+                     "starting the service again: query thread ended", "restarts:           1"):
             self.assertIn(text, done.stdout)
         self.assertEqual(hosts(), [])
         new = {name for name in set(os.listdir("/tmp")) - before if os.path.exists(f"/tmp/{name}/demo.zone")}

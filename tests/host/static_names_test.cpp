@@ -3,29 +3,41 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <sstream>
+
+#include "host/exit_status.h"
 
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::Field;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::Pair;
+
+// By name, as the map keeps them.
+auto Is(const std::string& name, const std::string& address) {
+  return Pair(name, Field(&StaticNames::Entry::address, address));
+}
 
 std::string ErrorOfMapping(const std::string& text) {
   StaticNames names;
-  std::string error;
-  EXPECT_FALSE(names.AddMapping(text, error)) << text;
-  return error;
+  try {
+    names.AddMapping(text);
+  } catch (const Failure& failure) {
+    EXPECT_EQ(failure.status, kExitBadInput);
+    return failure.what();
+  }
+  ADD_FAILURE() << text;
+  return {};
 }
 
 TEST(StaticNames, AreKeptInTheFormThatTheServiceFindsThemBy) {
   StaticNames names;
-  std::string error;
-  EXPECT_TRUE(names.AddMapping("Intranet.Example.=192.0.2.1", error));
-  EXPECT_TRUE(names.AddMapping("_srv.a-1=192.0.2.2", error));
-  EXPECT_THAT(names.names(),
-              ElementsAre(Pair("intranet.example", "192.0.2.1"), Pair("_srv.a-1", "192.0.2.2")));
+  names.AddMapping("Intranet.Example.=192.0.2.1");
+  names.AddMapping("_srv.a-1=192.0.2.2");
+  EXPECT_THAT(names.names,
+              ElementsAre(Is("_srv.a-1", "192.0.2.2"), Is("intranet.example", "192.0.2.1")));
 }
 
 TEST(StaticNames, MappingThatIsNoneIsRefusedWithAReason) {
@@ -46,14 +58,15 @@ TEST(StaticNames, MappingThatIsNoneIsRefusedWithAReason) {
       {"name=192.0.2.256", "not an IPv4 address"},
       {"name=192.0.2.1 ", "not an IPv4 address"},
       {"name=2001:db8::1", "not an IPv4 address"},
-      {"=192.0.2.1", "empty"},
-      {".=192.0.2.1", "empty"},
+      {"=192.0.2.1", "a label of the name is empty"},
+      {".=192.0.2.1", "a label of the name is empty"},
+      {"a..=192.0.2.1", "a label of the name is empty"},
       {"a..b=192.0.2.1", "a label of the name is empty"},
       {".a=192.0.2.1", "a label of the name is empty"},
       {"a b=192.0.2.1", "a character other than"},
       {"*.a=192.0.2.1", "a character other than"},
       {longLabel + "=192.0.2.1", "longer than 63"},
-      {longName + "=192.0.2.1", "longer than 253"},
+      {longName + "=192.0.2.1", "than 253"},
       {"1.2.0.192.in-addr.arpa=192.0.2.1", "reverse look-ups"},
   };
   for (const auto& c : cases) {
@@ -71,12 +84,11 @@ TEST(StaticNames, HostsFileGivesEveryNameOfEveryIpv4Line) {
       "fe80::1%lo0 localhost\n"
       "192.0.2.3 three.example");
   StaticNames names;
-  std::string error;
-  ASSERT_TRUE(names.AddHosts(file, "hosts", error)) << error;
-  EXPECT_THAT(names.names(),
-              ElementsAre(Pair("one.example", "192.0.2.1"), Pair("one", "192.0.2.1"),
-                          Pair("two.example", "192.0.2.2"), Pair("three.example", "192.0.2.3")));
-  EXPECT_EQ(names.ipv6Lines(), 2u);
+  names.AddHosts(file, "hosts");
+  EXPECT_THAT(names.names,
+              ElementsAre(Is("one", "192.0.2.1"), Is("one.example", "192.0.2.1"),
+                          Is("three.example", "192.0.2.3"), Is("two.example", "192.0.2.2")));
+  EXPECT_EQ(names.ipv6Lines, 2u);
 }
 
 TEST(StaticNames, HostsFileErrorNamesFileLineAndReason) {
@@ -91,30 +103,33 @@ TEST(StaticNames, HostsFileErrorNamesFileLineAndReason) {
   for (const auto& c : cases) {
     std::istringstream file(c.file);
     StaticNames names;
-    std::string error;
-    EXPECT_FALSE(names.AddHosts(file, "hosts", error)) << c.file;
-    EXPECT_THAT(error, HasSubstr(c.error));
+    try {
+      names.AddHosts(file, "hosts");
+      ADD_FAILURE() << c.file;
+    } catch (const Failure& failure) {
+      EXPECT_THAT(failure.what(), HasSubstr(c.error));
+    }
   }
 }
 
 TEST(StaticNames, OfANameGivenTwiceTheFirstWinsAndIsSaidSo) {
   StaticNames names;
-  std::string error;
   std::istringstream file("192.0.2.2 A.example\n");
-  ASSERT_TRUE(names.AddMapping("a.example=192.0.2.1", error));
-  ASSERT_TRUE(names.AddHosts(file, "hosts", error));
-  EXPECT_THAT(names.names(), ElementsAre(Pair("a.example", "192.0.2.1")));
-  EXPECT_THAT(names.duplicates(),
+  names.AddMapping("a.example=192.0.2.1");
+  names.AddHosts(file, "hosts");
+  EXPECT_THAT(names.names, ElementsAre(Is("a.example", "192.0.2.1")));
+  EXPECT_THAT(names.duplicates,
               ElementsAre("a.example: 192.0.2.1 (--map a.example=192.0.2.1) wins over 192.0.2.2 "
                           "(hosts:1)"));
 }
 
-TEST(StaticNames, HostsFileThatIsNotThereIsAnError) {
-  StaticNames names;
-  std::string error;
-  EXPECT_FALSE(names.AddHostsFile("/nonexistent/hosts", error));
-  EXPECT_EQ(error, "/nonexistent/hosts: cannot be read");
-  EXPECT_THAT(names.names(), IsEmpty());
+TEST(StaticNames, HostsFileThatCannotBeReadIsAnErrorAndAnEmptyOneIsNot) {
+  for (const char* const path : {"/nonexistent/hosts", "/"}) {
+    std::ifstream file(path);
+    EXPECT_THROW(StaticNames().AddHosts(file, path), Failure) << path;
+  }
+  std::istringstream empty;
+  EXPECT_NO_THROW(StaticNames().AddHosts(empty, "hosts"));
 }
 
 }  // namespace

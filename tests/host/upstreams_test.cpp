@@ -3,9 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-
 namespace {
 
 using ::testing::ElementsAre;
@@ -40,21 +37,6 @@ TEST(Upstreams, GivenServerMayBeOnThisMachineButNotTheProxyItself) {
                                 "192.0.2.1 ", "::1", "router", ""}) {
     EXPECT_NE(ServerFault(bad), nullptr) << bad;
   }
-}
-
-TEST(FileWatch, TellsAChangeOnce) {
-  const std::string path = ::testing::TempDir() + "file_watch_test";
-  std::remove(path.c_str());
-  FileWatch watch(path);
-  EXPECT_FALSE(watch.Changed());
-  std::ofstream(path) << "one";
-  EXPECT_TRUE(watch.Changed());
-  EXPECT_FALSE(watch.Changed());
-  std::ofstream(path, std::ios::app) << "two";
-  EXPECT_TRUE(watch.Changed());
-  std::remove(path.c_str());
-  EXPECT_TRUE(watch.Changed());
-  EXPECT_FALSE(watch.Changed());
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "host/trace_file.h"
+#include "host/trace.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,16 +7,18 @@
 #include <fstream>
 #include <iterator>
 
+#include "host/exit_status.h"
+
 namespace {
 
-class TraceFileTest : public ::testing::Test {
+class TraceTest : public ::testing::Test {
  protected:
-  TraceFileTest() {
-    std::string pattern = ::testing::TempDir() + "trace_file_XXXXXX";
+  TraceTest() {
+    std::string pattern = ::testing::TempDir() + "trace_XXXXXX";
     folder_ = mkdtemp(pattern.data());
     path_ = folder_ + "/trace";
   }
-  ~TraceFileTest() override {
+  ~TraceTest() override {
     for (const char* const suffix : {"", ".1", ".2", ".3"}) {
       unlink((path_ + suffix).c_str());
     }
@@ -28,55 +30,58 @@ class TraceFileTest : public ::testing::Test {
     return {std::istreambuf_iterator<char>(file), {}};
   }
 
-  void Write(const TraceFile& trace, const std::string& text) {
-    ASSERT_EQ(write(trace.fd(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
-  }
-
   std::string folder_;
   std::string path_;
 };
 
-TEST_F(TraceFileTest, IsReadableByItsOwnerOnlyAlsoWhenItWasThereBefore) {
+TEST_F(TraceTest, IsReadableByItsOwnerOnlyAlsoWhenItWasThereBefore) {
   std::ofstream(path_) << "old\n";
   chmod(path_.c_str(), 0644);
-  TraceFile trace(path_, 100, 2);
-  std::string error;
-  ASSERT_TRUE(trace.Open(error)) << error;
-  Write(trace, "new\n");
+  Trace trace(path_, 100, 2);
+  trace.Open();
+  trace.Write("new\n");
   struct stat state;
   ASSERT_EQ(stat(path_.c_str(), &state), 0);
   EXPECT_EQ(state.st_mode & 0777, 0600u);
   EXPECT_EQ(Content(path_), "old\nnew\n");
 }
 
-TEST_F(TraceFileTest, RotationKeepsSoManyAndTheNewestIsNumberOne) {
-  TraceFile trace(path_, 3, 2);
-  std::string error;
+TEST_F(TraceTest, RotationKeepsSoManyAndTheNewestIsNumberOne) {
+  Trace trace(path_, 3, 2);
+  trace.Open();
   for (const char* const text : {"one\n", "two\n", "three\n", "four\n"}) {
-    ASSERT_TRUE(trace.Open(error)) << error;
     EXPECT_FALSE(trace.Full());
-    Write(trace, text);
+    trace.Write(text);
     EXPECT_TRUE(trace.Full());
-    EXPECT_TRUE(trace.Rotate());
+    trace.Rotate();
   }
+  EXPECT_EQ(Content(path_), "");
   EXPECT_EQ(Content(path_ + ".1"), "four\n");
   EXPECT_EQ(Content(path_ + ".2"), "three\n");
   EXPECT_NE(access((path_ + ".3").c_str(), F_OK), 0);
-  EXPECT_NE(access(path_.c_str(), F_OK), 0);
 }
 
-TEST_F(TraceFileTest, KeepingNoneStartsAfresh) {
-  TraceFile trace(path_, 3, 0);
-  std::string error;
-  ASSERT_TRUE(trace.Open(error));
-  Write(trace, "one\n");
-  EXPECT_TRUE(trace.Rotate());
-  ASSERT_TRUE(trace.Open(error));
+TEST_F(TraceTest, KeepingNoneStartsAfresh) {
+  Trace trace(path_, 3, 0);
+  trace.Open();
+  trace.Write("one\n");
+  trace.Rotate();
   EXPECT_EQ(Content(path_), "");
   EXPECT_NE(access((path_ + ".1").c_str(), F_OK), 0);
 }
 
-TEST_F(TraceFileTest, AnythingButARegularFileIsRefused) {
+TEST_F(TraceTest, FileThatCannotBeRotatedIsWrittenOn) {
+  Trace trace(path_, 3, 1);
+  trace.Open();
+  trace.Write("one\n");
+  ASSERT_EQ(mkdir((path_ + ".1").c_str(), 0700), 0);
+  EXPECT_THROW(trace.Rotate(), Failure);
+  rmdir((path_ + ".1").c_str());
+  trace.Write("two\n");
+  EXPECT_EQ(Content(path_), "one\ntwo\n");
+}
+
+TEST_F(TraceTest, AnythingButARegularFileIsRefused) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   const struct {
     std::string path;
@@ -86,11 +91,14 @@ TEST_F(TraceFileTest, AnythingButARegularFileIsRefused) {
                {"/dev/null", "/dev/null: not a regular file"},
                {folder_ + "/none/trace", folder_ + "/none/trace: No such file"}};
   for (const auto& c : cases) {
-    TraceFile trace(c.path, 100, 1);
-    std::string error;
-    EXPECT_FALSE(trace.Open(error)) << c.path;
-    EXPECT_NE(error.find(c.error), std::string::npos) << error;
-    EXPECT_FALSE(trace.CanOpen(error)) << c.path;
+    Trace trace(c.path, 100, 1);
+    try {
+      trace.Open();
+      ADD_FAILURE() << c.path;
+    } catch (const Failure& failure) {
+      EXPECT_EQ(failure.status, kExitBadInput);
+      EXPECT_NE(std::string(failure.what()).find(c.error), std::string::npos) << failure.what();
+    }
   }
 }
 

@@ -1,0 +1,194 @@
+#include "host/service_process.h"
+
+#if defined(__linux__)
+#include <malloc.h>
+#endif
+#include <pthread.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <new>
+#include <thread>
+
+#include "dns_proxy_mac/proxy/dns_proxy.h"
+#include "host/descriptors.h"
+#include "host/exit_status.h"
+#include "host/service_output.h"
+
+namespace {
+
+// What goes down the line to a child: a byte, which has no meaning, and room beside it for one
+// descriptor (unix(7), SCM_RIGHTS).
+struct Message : msghdr {
+  Message() : msghdr() {
+    msg_iov = &part;
+    msg_iovlen = 1;
+    msg_control = control;
+    msg_controllen = sizeof(control);
+  }
+
+  char byte = 0;
+  iovec part = {&byte, 1};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+};
+
+// The child's thread of its own: puts each file that comes in the place of the one behind `trace`,
+// at once for all threads that write to it. Returns when the parent has gone.
+void TakeFiles(int line, int trace) {
+  for (;;) {
+    Message message;
+    if (recvmsg(line, &message, 0) <= 0) {
+      return;
+    }
+    if (const cmsghdr* const header = CMSG_FIRSTHDR(&message)) {
+      int file = -1;
+      std::memcpy(&file, CMSG_DATA(header), sizeof(file));
+      dup2(file, trace);
+      close(file);
+    }
+  }
+}
+
+// What new threads get was read from the stack limit when this process was started; elsewhere than
+// on Linux it does not depend on the limit.
+void LimitThreadStacks() {
+#if defined(__linux__)
+  // Well below the 40 MB above which the service's second wait for an ended thread would fault.
+  constexpr std::size_t kMaxThreadStack = 8 * 1024 * 1024;
+  pthread_attr_t attributes;
+  std::size_t size = 0;
+  if (pthread_getattr_default_np(&attributes) == 0 &&
+      pthread_attr_getstacksize(&attributes, &size) == 0 && size > kMaxThreadStack) {
+    pthread_attr_setstacksize(&attributes, kMaxThreadStack);
+    pthread_setattr_default_np(&attributes);
+  }
+#endif
+}
+
+// A few hundred requests come and go under load. What they leave is kept: with glibc's own limit of
+// 128 KiB it would be given back to the system and faulted in again and again.
+void KeepFreedMemory() {
+#if defined(__GLIBC__)
+  constexpr int kKept = 4 * 1024 * 1024;  // bytes a heap
+  mallopt(M_TRIM_THRESHOLD, kKept);
+#endif
+}
+
+}  // namespace
+
+ServiceProcess::ServiceProcess(Trace& trace, const User& user, std::string probeName)
+    : trace_(trace),
+      user_(user),
+      probeName_(std::move(probeName)),
+      shared_(static_cast<Shared*>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE,
+                                        MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+  if (shared_ == MAP_FAILED) {
+    throw SystemFailure("no shared memory");
+  }
+  new (shared_) Shared();
+}
+
+ServiceProcess::~ServiceProcess() {
+  if (process_ != 0) {
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
+  munmap(shared_, sizeof(Shared));
+}
+
+void ServiceProcess::Start(const Configuration& configuration) {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+    throw SystemFailure("no line to a child process");
+  }
+  shared_->bound = false;
+  std::memset(shared_->why, 0, sizeof(shared_->why));
+  why_.clear();
+  process_ = fork();
+  if (process_ == 0) {
+    Run(configuration, ends[1]);
+  }
+  line_ = ends[0];
+  close(ends[1]);
+  if (process_ == -1) {
+    process_ = 0;
+    close(line_);
+    throw SystemFailure("no child process");
+  }
+}
+
+void ServiceProcess::Run(const Configuration& configuration, int line) {
+  KeepDescriptors(FD_SETSIZE, line, trace_.fd());
+  LimitThreadStacks();
+  KeepFreedMemory();
+  const ServiceWatch watch = {probeName_, &shared_->passes,
+                              [this, line] {
+                                try {
+                                  DropRights(user_);
+                                } catch (const Failure& failure) {
+                                  Leave(failure.status, failure.what());
+                                }
+                                // Only now: a thread that was there before would keep rights of its own.
+                                std::thread([this, line] {
+                                  TakeFiles(line, trace_.fd());
+                                  Leave(kExitFailure, "the parent has gone");
+                                }).detach();
+                                shared_->bound = true;
+                              },
+                              [this](const std::string& why) { Leave(kExitFailure, why); }};
+  WatchOutput(watch);
+  const bool served = StartDnsSrv(configuration.servers, configuration.names);
+  Leave(kExitFailure, served ? "the service has ended" : "the service could not be started");
+}
+
+void ServiceProcess::Leave(int status, const std::string& why) {
+  leaving_.lock();  // for good: of two threads that want to leave, the first gives the reason
+  why.copy(shared_->why, sizeof(shared_->why) - 1);
+  // The workers may be running: no destructor, no handler.
+  _exit(status);
+}
+
+void ServiceProcess::RenewTrace() const {
+  Message message;
+  cmsghdr* const header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(sizeof(int));
+  const int file = trace_.fd();
+  std::memcpy(CMSG_DATA(header), &file, sizeof(file));
+  sendmsg(line_, &message, MSG_DONTWAIT);  // fails when there is no child, or only an ending one
+}
+
+void ServiceProcess::Kill(const std::string& why) {
+  if (process_ != 0 && why_.empty()) {
+    why_ = why;
+    kill(process_, SIGKILL);
+  }
+}
+
+std::optional<std::string> ServiceProcess::Ended() {
+  int status = 0;
+  while (process_ != 0 && waitpid(process_, &status, WNOHANG | WUNTRACED) == process_) {
+    if (WIFSTOPPED(status)) {
+      Kill("service was stopped by a signal");
+      continue;
+    }
+    process_ = 0;
+    close(line_);
+    line_ = -1;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kExitNoRight) {
+      throw Failure(kExitNoRight, shared_->why);
+    }
+    if (!why_.empty() || shared_->why[0] != '\0') {
+      return why_.empty() ? shared_->why : why_;
+    }
+    return WIFSIGNALED(status) ? "service was ended by signal " + std::to_string(WTERMSIG(status))
+                               : "service left with status " + std::to_string(WEXITSTATUS(status));
+  }
+  return std::nullopt;
+}

@@ -1,0 +1,69 @@
+// One child process for each StartDnsSrv call, seen from the parent.
+#ifndef HOST_SERVICE_PROCESS_H_
+#define HOST_SERVICE_PROCESS_H_
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "host/configuration.h"
+#include "host/rights.h"
+#include "host/trace.h"
+
+class ServiceProcess {
+ public:
+  // The references stay the caller's and outlive this.
+  ServiceProcess(Trace& trace, const User& user, std::string probeName);
+
+  // Ends the child, if there is one, and waits for its end.
+  ~ServiceProcess();
+
+  // Forks a process that runs the service until it ends. There must be none, and the parent must
+  // have one thread only. Throws Failure if the system refused.
+  void Start(const Configuration& configuration);
+
+  // 0 when there is none.
+  pid_t id() const { return process_; }
+
+  // Gives the child the trace file that is open now.
+  void RenewTrace() const;
+
+  // Ends the child, stopped or not. Ended() will say so.
+  void Kill(const std::string& why);
+
+  // Why the child has ended, if it has since the last call. One that was stopped is killed and
+  // comes up later. Does not wait. Throws Failure if it could not become the user it was to be.
+  std::optional<std::string> Ended();
+
+  // Datagrams that the query threads of all children have taken up, probes included.
+  std::uint64_t passes() const { return shared_->passes.load(std::memory_order_relaxed); }
+
+  // Whether the last child has got as far as to hold the port.
+  bool bound() const { return shared_->bound; }
+
+ private:
+  // Memory of parent and child.
+  struct Shared {
+    std::atomic<std::uint64_t> passes;
+    std::atomic<bool> bound;
+    char why[256];  // the child leaves; read after its end
+  };
+
+  [[noreturn]] void Run(const Configuration& configuration, int line);
+  [[noreturn]] void Leave(int status, const std::string& why);
+
+  Trace& trace_;
+  const User& user_;
+  const std::string probeName_;
+  Shared* const shared_;
+  pid_t process_ = 0;
+  std::mutex leaving_;
+  int line_ = -1;    // to the child, which ends when it is closed
+  std::string why_;  // it was killed; empty if it was not
+};
+
+#endif  // HOST_SERVICE_PROCESS_H_

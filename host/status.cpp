@@ -1,0 +1,89 @@
+#include "host/status.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+
+#include "host/exit_status.h"
+#include "host/log.h"
+#include "host/unix_socket.h"
+
+namespace {
+
+// How long --status waits for the host's answer.
+constexpr int kPatienceMs = 2000;
+
+// Where values begin in a line.
+constexpr std::size_t kColumn = 20;
+
+}  // namespace
+
+std::string Quoted(const std::string& text) {
+  std::string quoted;
+  for (const char c : Printable(text)) {  // which leaves two characters to escape
+    quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
+  }
+  return '"' + quoted + '"';
+}
+
+std::string Seconds(Clock::duration time) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.1f", std::chrono::duration<double>(time).count());
+  return text;
+}
+
+std::string Member(const std::string& name, const std::string& value) {
+  return Quoted(name) + ": " + value;
+}
+
+std::string Object(const std::vector<std::string>& members) { return "{" + Joined(members) + "}"; }
+
+std::string Array(const std::vector<std::string>& items) {
+  return "[" + Joined(items, ",\n" + std::string(kColumn, ' ')) + "]";
+}
+
+std::string Outermost(const std::vector<std::pair<std::string, std::string>>& members) {
+  std::vector<std::string> lines;
+  for (const auto& [name, value] : members) {
+    const std::size_t width = name.size() + 2;  // with the quotation marks that a table is without
+    lines.push_back(Member(name, std::string(kColumn - std::min(kColumn, width), ' ') + value));
+  }
+  return "{" + Joined(lines, ",\n") + "}\n";
+}
+
+std::string AsTable(std::string json) {
+  std::erase_if(
+      json, [](char c) { return std::string_view("{}[]\",").find(c) != std::string_view::npos; });
+  return json;
+}
+
+void AnswerStatus(int listener, const std::function<std::string()>& report) {
+  const int client = listener == -1 ? -1 : accept(listener, nullptr, nullptr);
+  if (client != -1) {
+    fcntl(client, F_SETFL, O_NONBLOCK);  // a few KiB: the socket's buffer takes them at once
+    WriteIfRoom(client, report());
+    close(client);
+  }
+}
+
+void PrintStatus(const std::string& path, bool json) {
+  const int sock = ConnectUnix(path, SOCK_STREAM);
+  pollfd answer = {sock, POLLIN, 0};
+  std::string text;
+  char bytes[1024];
+  ssize_t size = 0;
+  while (sock != -1 && poll(&answer, 1, kPatienceMs) == 1 &&
+         (size = read(sock, bytes, sizeof(bytes))) > 0) {
+    text.append(bytes, static_cast<std::size_t>(size));
+  }
+  close(sock);
+  if (!text.ends_with('\n')) {
+    throw Failure(kExitNoHost, "--socket " + path + ": no host answers there");
+  }
+  std::fputs(json ? text.c_str() : AsTable(text).c_str(), stdout);
+}
