@@ -38,11 +38,11 @@ std::vector<std::pair<std::string, std::string>> LoadNames(const Options& option
 std::vector<std::string> LoadServers(const Options& options) {
   for (const std::string& server : options.servers) {
     if (const char* const fault = ServerFault(server)) {
-      throw Failure(kExitBadInput, "--server " + server + ": " + fault);
+      throw Failure{kExitBadInput, "--server " + server + ": " + fault};
     }
   }
   if (options.servers.size() > kMaxServers) {
-    throw Failure(kExitBadInput, "--server: too many servers");
+    throw Failure{kExitBadInput, "--server: too many servers"};
   }
   return options.servers.empty() ? ReadLocalUpstreams() : options.servers;
 }

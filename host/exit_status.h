@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <stdexcept>
 #include <string>
 
 inline constexpr int kExitDone = 0;        // stopped by a signal; --check or --status succeeded
@@ -16,10 +15,9 @@ inline constexpr int kExitNoUpstream = 5;  // no server given, and none found
 inline constexpr int kExitNoHost = 6;      // --status: no host answers at the socket
 
 // Why this process cannot go on, as a sentence for the log, and the status it leaves with.
-struct Failure : std::runtime_error {
-  Failure(int leaveWith, const std::string& why) : std::runtime_error(why), status(leaveWith) {}
-
+struct Failure {
   int status;
+  std::string why;
 };
 
 // The same for a call that the system has refused, with the reason that is in errno.

@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
     }
     return kExitDone;
   } catch (const Failure& failure) {
-    Log("error", failure.what());
+    Log("error", failure.why);
     return failure.status;
   }
 }

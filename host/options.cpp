@@ -55,7 +55,7 @@ Options ParseOptions(int argc, char** argv) {
     if (error.get_exit_code() == 0) {
       std::exit(app.exit(error));  // help or the version
     }
-    throw Failure(kExitBadInput, std::string(error.what()) + " (--help lists the options)");
+    throw Failure{kExitBadInput, std::string(error.what()) + " (--help lists the options)"};
   }
   return options;
 }

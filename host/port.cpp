@@ -86,12 +86,12 @@ void CheckPort() {
   const std::string port = "UDP 127.0.0.1 port 53: ";
   if (error == EADDRINUSE) {
     const std::string holder = PortHolder();
-    throw Failure(kExitPortTaken, port + "taken" + (holder.empty() ? kHowToAsk : " by " + holder));
+    throw Failure{kExitPortTaken, port + "taken" + (holder.empty() ? kHowToAsk : " by " + holder)};
   }
   if (error == EACCES || error == EPERM) {
-    throw Failure(kExitNoRight, port + "no right to it: " + kHowToStart);
+    throw Failure{kExitNoRight, port + "no right to it: " + kHowToStart};
   }
   if (error != 0) {
-    throw Failure(kExitFailure, port + std::strerror(error));
+    throw Failure{kExitFailure, port + std::strerror(error)};
   }
 }

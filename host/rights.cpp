@@ -43,10 +43,10 @@ User FindUser(const std::string& name) {
   const std::string wanted = name.empty() ? "nobody" : name;
   const passwd* const entry = getpwnam(wanted.c_str());
   if (entry == nullptr) {
-    throw Failure(kExitBadInput, "--user " + wanted + ": there is no such user");
+    throw Failure{kExitBadInput, "--user " + wanted + ": there is no such user"};
   }
   if (!root && entry->pw_uid != geteuid()) {
-    throw Failure(kExitBadInput, "--user " + wanted + ": only root can run the service as another");
+    throw Failure{kExitBadInput, "--user " + wanted + ": only root can run the service as another"};
   }
   return {wanted, entry->pw_uid, entry->pw_gid};
 }

@@ -20,6 +20,8 @@ Trace* g_trace = nullptr;
 const ServiceWatch* g_watch = nullptr;
 std::thread::id g_starter;
 
+bool g_bound = false;  // the starting thread's
+
 // One worker's lines. Made by the first of them, destroyed as the worker's thread ends.
 class WorkerLines {
  public:
@@ -80,7 +82,9 @@ void Line(std::string_view line) {
     return;
   }
   g_trace->Write(line);
-  if (g_watch != nullptr && line.find(kBound) != std::string_view::npos) {
+  // Once: a process that leaves from in there may be made to flush the stream by its runtime.
+  if (g_watch != nullptr && !g_bound && line.find(kBound) != std::string_view::npos) {
+    g_bound = true;
     g_watch->bound();
   }
 }
@@ -111,7 +115,7 @@ void SendOutputTo(Trace& trace) {
   static char buffer[kStreamBuffer];
   FILE* const stream = OpenStream();
   if (stream == nullptr || setvbuf(stream, buffer, _IOLBF, sizeof(buffer)) != 0) {
-    throw Failure(kExitFailure, "no memory for an output stream");
+    throw Failure{kExitFailure, "no memory for an output stream"};
   }
   g_trace = &trace;
   stdout = stream;

@@ -131,7 +131,7 @@ void ServiceProcess::Run(const Configuration& configuration, int line) {
                                 try {
                                   DropRights(user_);
                                 } catch (const Failure& failure) {
-                                  Leave(failure.status, failure.what());
+                                  Leave(failure.status, failure.why);
                                 }
                                 // Only now: a thread that was there before would keep rights of its own.
                                 std::thread([this, line] {
@@ -181,11 +181,13 @@ std::optional<std::string> ServiceProcess::Ended() {
     process_ = 0;
     close(line_);
     line_ = -1;
+    // Bounded: a child that was taken over may have written anything.
+    const std::string said(shared_->why, strnlen(shared_->why, sizeof(shared_->why)));
     if (WIFEXITED(status) && WEXITSTATUS(status) == kExitNoRight) {
-      throw Failure(kExitNoRight, shared_->why);
+      throw Failure{kExitNoRight, said};
     }
-    if (!why_.empty() || shared_->why[0] != '\0') {
-      return why_.empty() ? shared_->why : why_;
+    if (!why_.empty() || !said.empty()) {
+      return why_.empty() ? said : why_;
     }
     return WIFSIGNALED(status) ? "service was ended by signal " + std::to_string(WTERMSIG(status))
                                : "service left with status " + std::to_string(WEXITSTATUS(status));

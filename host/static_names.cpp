@@ -46,7 +46,7 @@ void StaticNames::Add(std::string name, const Entry& entry) {
     name.pop_back();
   }
   if (const char* const fault = NameFault(name)) {
-    throw Failure(kExitBadInput, entry.source + ": '" + given + "': " + fault);
+    throw Failure{kExitBadInput, entry.source + ": '" + given + "': " + fault};
   }
   const auto [first, added] = names.emplace(name, entry);
   if (!added) {
@@ -59,11 +59,11 @@ void StaticNames::AddMapping(const std::string& text) {
   const std::string source = "--map " + text;
   const std::size_t equals = text.find('=');
   if (equals == std::string::npos) {
-    throw Failure(kExitBadInput, source + ": not NAME=ADDRESS");
+    throw Failure{kExitBadInput, source + ": not NAME=ADDRESS"};
   }
   const std::string address = text.substr(equals + 1);
   if (!IsIpv4(address)) {
-    throw Failure(kExitBadInput, source + ": '" + address + "' is not an IPv4 address");
+    throw Failure{kExitBadInput, source + ": '" + address + "' is not an IPv4 address"};
   }
   Add(text.substr(0, equals), {address, source});
 }
@@ -83,16 +83,16 @@ void StaticNames::AddHosts(std::istream& lines, const std::string& file) {
       continue;
     }
     if (!IsIpv4(address)) {
-      throw Failure(kExitBadInput, where + ": '" + address + "' is not an IPv4 address");
+      throw Failure{kExitBadInput, where + ": '" + address + "' is not an IPv4 address"};
     }
     if (!(words >> name)) {
-      throw Failure(kExitBadInput, where + ": no name behind " + address);
+      throw Failure{kExitBadInput, where + ": no name behind " + address};
     }
     do {
       Add(name, {address, where});
     } while (words >> name);
   }
   if (!lines.eof()) {
-    throw Failure(kExitBadInput, file + ": cannot be read");
+    throw Failure{kExitBadInput, file + ": cannot be read"};
   }
 }

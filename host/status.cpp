@@ -83,7 +83,7 @@ void PrintStatus(const std::string& path, bool json) {
   }
   close(sock);
   if (!text.ends_with('\n')) {
-    throw Failure(kExitNoHost, "--socket " + path + ": no host answers there");
+    throw Failure{kExitNoHost, "--socket " + path + ": no host answers there"};
   }
   std::fputs(json ? text.c_str() : AsTable(text).c_str(), stdout);
 }

@@ -97,7 +97,7 @@ void Supervisor::Start() {
     service_.Start(running_);
     complaint_.clear();
   } catch (const Failure& failure) {
-    Complain(failure.what());
+    Complain(failure.why);
     StartAgain(false);
   }
 }
@@ -183,7 +183,7 @@ void Supervisor::Reload() {
   try {
     configuration_ = LoadConfiguration(options_);
   } catch (const Failure& failure) {
-    Log("warning", std::string(failure.what()) + "; the service runs on with what it has");
+    Log("warning", failure.why + "; the service runs on with what it has");
     return;
   }
   monitor_.Watch(configuration_.servers, now_);
@@ -200,7 +200,7 @@ void Supervisor::RenewTrace(bool rotate) {
     rotate ? trace_.Rotate() : trace_.Open();
     service_.RenewTrace();
   } catch (const Failure& failure) {
-    Complain(failure.what());
+    Complain(failure.why);
   }
 }
 

@@ -23,7 +23,7 @@ void Trace::Open() {
   }
   if (!S_ISREG(state.st_mode)) {
     close(opened);
-    throw Failure(kExitBadInput, "--trace " + path_ + ": not a regular file");
+    throw Failure{kExitBadInput, "--trace " + path_ + ": not a regular file"};
   }
   fchmod(opened, 0600);  // also one that was there before
   if (fd_ != -1) {

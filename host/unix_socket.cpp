@@ -26,9 +26,6 @@ bool AtPath(Call call, int sock, const std::string& path) {
     return false;
   }
   path.copy(address.sun_path, path.size());
-  if (path.starts_with('@')) {
-    address.sun_path[0] = '\0';
-  }
   return call(sock, reinterpret_cast<const sockaddr*>(&address),
               static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size())) == 0;
 }
@@ -51,7 +48,7 @@ int ListenUnix(const std::string& path) {
   const bool left = other == -1 && errno == ECONNREFUSED;
   close(other);
   if (other != -1) {
-    throw Failure(kExitFailure, "--socket " + path + ": another process listens there");
+    throw Failure{kExitFailure, "--socket " + path + ": another process listens there"};
   }
   struct stat state;
   if (left && lstat(path.c_str(), &state) == 0 && S_ISSOCK(state.st_mode)) {
@@ -69,7 +66,9 @@ int ListenUnix(const std::string& path) {
 }
 
 void NotifyManager(const std::string& state) {
-  if (const char* const path = std::getenv("NOTIFY_SOCKET")) {
+  if (const char* const given = std::getenv("NOTIFY_SOCKET")) {
+    std::string path = given;
+    path[0] = path[0] == '@' ? '\0' : path[0];  // one of Linux's names that are no files
     const int sock = ConnectUnix(path, SOCK_DGRAM);
     send(sock, state.data(), state.size(), MSG_DONTWAIT);
     close(sock);

@@ -72,9 +72,9 @@ std::vector<std::string> ReadLocalUpstreams() {
     Log("info", std::string(kResolvConf) + ": left out: " + Joined(local.dropped));
   }
   if (local.taken.empty()) {
-    throw Failure(kExitNoUpstream, std::string(kResolvConf) +
+    throw Failure{kExitNoUpstream, std::string(kResolvConf) +
                                        " names no server that can be asked: give one with "
-                                       "--server ADDRESS");
+                                       "--server ADDRESS"};
   }
   return local.taken;
 }

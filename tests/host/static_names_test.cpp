@@ -26,7 +26,7 @@ std::string ErrorOfMapping(const std::string& text) {
     names.AddMapping(text);
   } catch (const Failure& failure) {
     EXPECT_EQ(failure.status, kExitBadInput);
-    return failure.what();
+    return failure.why;
   }
   ADD_FAILURE() << text;
   return {};
@@ -107,7 +107,7 @@ TEST(StaticNames, HostsFileErrorNamesFileLineAndReason) {
       names.AddHosts(file, "hosts");
       ADD_FAILURE() << c.file;
     } catch (const Failure& failure) {
-      EXPECT_THAT(failure.what(), HasSubstr(c.error));
+      EXPECT_THAT(failure.why, HasSubstr(c.error));
     }
   }
 }

@@ -97,7 +97,7 @@ TEST_F(TraceTest, AnythingButARegularFileIsRefused) {
       ADD_FAILURE() << c.path;
     } catch (const Failure& failure) {
       EXPECT_EQ(failure.status, kExitBadInput);
-      EXPECT_NE(std::string(failure.what()).find(c.error), std::string::npos) << failure.what();
+      EXPECT_NE(failure.why.find(c.error), std::string::npos) << failure.why;
     }
   }
 }
