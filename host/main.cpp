@@ -32,12 +32,8 @@ void Host(const Options& options) {
 
   // Everything that can be wrong, before anything runs.
   const User user = FindUser(options.user);
-  static Trace trace(options.trace, options.traceSize, options.traceKeep);
-  const bool made = trace.IsFile() && access(options.trace.c_str(), F_OK) != 0;
-  trace.Open();
-  if (options.check && made) {
-    unlink(options.trace.c_str());
-  }
+  static Trace trace(options.trace, options.traceSize, options.traceKeep);  // as `stdout` is
+  options.check ? trace.TryOpen() : trace.Open();
   SendOutputTo(trace);
   const Configuration configuration = LoadConfiguration(options);
   CheckPort();

@@ -11,7 +11,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <thread>
 
@@ -122,7 +124,7 @@ void ServiceProcess::Start(const Configuration& configuration) {
   }
 }
 
-void ServiceProcess::Run(const Configuration& configuration, int line) {
+void ServiceProcess::Run(const Configuration& configuration, int line) noexcept {
   KeepDescriptors(FD_SETSIZE, line, trace_.fd());
   LimitThreadStacks();
   KeepFreedMemory();
@@ -182,7 +184,7 @@ std::optional<std::string> ServiceProcess::Ended() {
     close(line_);
     line_ = -1;
     // Bounded: a child that was taken over may have written anything.
-    const std::string said(shared_->why, strnlen(shared_->why, sizeof(shared_->why)));
+    const std::string said(shared_->why, std::find(shared_->why, std::end(shared_->why), '\0'));
     if (WIFEXITED(status) && WEXITSTATUS(status) == kExitNoRight) {
       throw Failure{kExitNoRight, said};
     }

@@ -53,7 +53,7 @@ class ServiceProcess {
     char why[256];  // the child leaves; read after its end
   };
 
-  [[noreturn]] void Run(const Configuration& configuration, int line);
+  [[noreturn]] void Run(const Configuration& configuration, int line) noexcept;
   [[noreturn]] void Leave(int status, const std::string& why);
 
   Trace& trace_;

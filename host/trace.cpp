@@ -32,6 +32,18 @@ void Trace::Open() {
   fd_ = opened;
 }
 
+void Trace::TryOpen() {
+  const bool there = access(path_.c_str(), F_OK) == 0;
+  Open();
+  if (IsFile()) {
+    close(fd_);
+  }
+  fd_ = -1;
+  if (!there) {
+    unlink(path_.c_str());
+  }
+}
+
 bool Trace::Full() const {
   struct stat state;
   return IsFile() && fstat(fd_, &state) == 0 && static_cast<std::uint64_t>(state.st_size) > size_;

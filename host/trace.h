@@ -19,6 +19,9 @@ class Trace {
   // done or it is anything but a regular file: a pipe's reader could hold up the service.
   void Open();
 
+  // Whether Open would succeed: throws as it does, and leaves no file that was not there.
+  void TryOpen();
+
   // Whether the file has outgrown its size.
   bool Full() const;
 

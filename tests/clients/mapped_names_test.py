@@ -13,13 +13,14 @@ import subprocess
 import sys
 
 import private_network
+from private_network import own_namespaces
 
 try:
     import dns.version
 
     import dns_clients
 except ImportError:
-    private_network.skip("no dnspython for this interpreter")
+    own_namespaces.skip("no dnspython for this interpreter")
 
 # What stands between such a pair of lines is this test's. The versions are for the reader and not
 # compared: a new version of a client is no failure, a client that says something else is one.

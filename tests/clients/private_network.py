@@ -1,7 +1,6 @@
 """A network, mounts and processes that only this test sees, with NSD and the service in them."""
 
 import contextlib
-import os
 import pathlib
 import shutil
 import subprocess
@@ -9,7 +8,8 @@ import sys
 import tempfile
 import time
 
-SKIPPED = 77  # what CTest takes for "not here"
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+import own_namespaces
 
 FOLDER = pathlib.Path(__file__).resolve().parent
 UPSTREAM = "127.0.0.2"
@@ -17,41 +17,14 @@ SERVICE = "127.0.0.1"
 MAPPED_NAME = "mapped.example"
 MAPPED_ADDRESS = "10.1.2.3"
 
-_INSIDE = "DNS_PROXY_CLIENTS_INSIDE"
-_TOOLS = ["unshare", "ip", "mount", "nsd", "dig", "kdig", "drill", "host", "getent"]
 _PATIENCE = 30  # seconds in which a server has to answer its first question
 
 
-def skip(reason):
-    print(f"skipped: {reason}")
-    sys.exit(SKIPPED)
-
-
 def enter():
-    """Starts this program anew inside, and does not return there. Returns inside.
-
-    Ends it as skipped where the machine has not what it takes.
-    """
-    if os.environ.get(_INSIDE):
-        subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
-        # getaddrinfo with AI_ADDRCONFIG asks for no address on a machine that has 127.0.0.1 alone.
-        subprocess.run(["ip", "address", "add", "198.51.100.1/32", "dev", "lo"], check=True)
-        return
-    for tool in _TOOLS:
-        if shutil.which(tool, path=_search_path()) is None:
-            skip(f"no {tool} on this machine")
-    own = ["--mount", "--net", "--pid", "--fork", "--kill-child"]
-    for way in (["unshare", "--map-root-user", *own], ["unshare", *own]):
-        if subprocess.run([*way, "true"], stderr=subprocess.DEVNULL).returncode == 0:
-            environment = dict(os.environ, PATH=_search_path())
-            environment[_INSIDE] = "1"
-            os.execvpe(way[0], [*way, sys.executable, *sys.argv], environment)
-    skip("this machine does not let us make namespaces")
-
-
-def _search_path():
-    # nsd and ip lie where not every user looks.
-    return os.environ.get("PATH", "") + ":/usr/sbin:/sbin"
+    """Returns inside namespaces of this program's own, with an address beside 127.0.0.1."""
+    own_namespaces.enter("mount", "nsd", "dig", "kdig", "drill", "host", "getent")
+    # getaddrinfo with AI_ADDRCONFIG asks for no address on a machine that has 127.0.0.1 alone.
+    subprocess.run(["ip", "address", "add", "198.51.100.1/32", "dev", "lo"], check=True)
 
 
 @contextlib.contextmanager

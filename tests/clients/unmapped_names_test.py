@@ -9,11 +9,12 @@ import sys
 import unittest
 
 import private_network
+from private_network import own_namespaces
 
 try:
     import dns_clients
 except ImportError:
-    private_network.skip("no dnspython for this interpreter")
+    own_namespaces.skip("no dnspython for this interpreter")
 
 ZONE = "served.example"
 

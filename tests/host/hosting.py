@@ -19,6 +19,9 @@ import threading
 import time
 import unittest
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+import own_namespaces
+
 HOST = os.environ.get("DNS_PROXY_HOST", "")
 SANITIZED = bool(os.environ.get("SANITIZER"))
 
@@ -30,20 +33,11 @@ A, PTR, AAAA = 1, 12, 28
 
 def main():
     """Runs the tests of the calling file inside the namespaces; exit status 77 if there are none."""
-    if os.environ.get("HOSTING_INSIDE") is None:
-        inside = ["unshare", "--net", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc"]
-        # Root with all users if possible (to drop to one of them), else root of a user namespace.
-        for command in (inside, inside[:1] + ["--user", "--map-root-user"] + inside[1:]):
-            if subprocess.run(command + ["true"], stderr=subprocess.DEVNULL).returncode == 0:
-                environment = dict(os.environ, HOSTING_INSIDE="yes")
-                sys.exit(subprocess.run(command + [sys.executable] + sys.argv, env=environment).returncode)
-        print("skipped: this machine allows no namespaces")
-        sys.exit(77)
-    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    own_namespaces.enter()
     program = unittest.main(module="__main__", exit=False)
     result = program.result
     if result.testsRun and len(result.skipped) == result.testsRun:
-        sys.exit(77)
+        own_namespaces.skip("all of it")
     sys.exit(0 if result.wasSuccessful() else 1)
 
 

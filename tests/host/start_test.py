@@ -52,10 +52,15 @@ class BadInput(hosting.TestCase):
         self.assertIn("upstream servers: 127.0.0.2; static names: 1", said)
         self.assertIn("everything is in order", said)
 
-    def test_check_makes_no_trace_file(self):
+    def test_check_leaves_the_trace_file_alone(self):
         with tempfile.TemporaryDirectory() as folder:
             status, said = leaves(*SERVER, "--trace", folder + "/trace", "--check")
             self.assertEqual((status, os.listdir(folder)), (0, []), said)
+            path = pathlib.Path(folder, "trace")
+            path.write_text("old\n")
+            status, said = leaves(*SERVER, "--trace", path, "--check")
+            self.assertEqual((status, path.read_text()), (0, "old\n"), said)
+            path.unlink()
 
     def test_version_and_help_go_to_standard_output(self):
         for option, text in (("--version", "dns_proxy_host 1."), ("--help", "--map")):

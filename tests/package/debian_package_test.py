@@ -13,15 +13,13 @@ import shutil
 import subprocess
 import sys
 
-import private_network
+import asking
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+import own_namespaces
 
 PACKAGES = ["dns-proxy-host", "dns-proxy-mac-dev"]
 TREE = pathlib.Path("/tmp/tree")
-
-
-def skip(reason):
-    print(f"skipped: {reason}")
-    sys.exit(private_network.SKIPPED)
 
 
 def lay_tree():
@@ -32,7 +30,7 @@ def lay_tree():
     options = "lowerdir=/,upperdir=/tmp/changes,workdir=/tmp/work"
     overlay = ["mount", "-t", "overlay", "overlay", "-o", options, str(TREE)]
     if subprocess.run(overlay, capture_output=True, check=False).returncode:
-        skip("this system allows no overlay mount")
+        own_namespaces.skip("this system allows no overlay mount")
     for name in ("dev", "proc"):
         subprocess.run(["mount", "--rbind", f"/{name}", str(TREE / name)], check=True)
 
@@ -45,24 +43,24 @@ def inside(*command):
 
 def check_host_answers():
     host = ["chroot", str(TREE), "/usr/sbin/dns_proxy_host"]
-    with private_network.running(
+    with asking.running(
         *host, "--server", "192.0.2.53", "--map", "printer.internal=192.0.2.80"
     ) as process:
-        answer = private_network.ask(private_network.question(private_network.MAPPED_NAME))
+        answer = asking.ask(asking.question(asking.MAPPED_NAME))
         process.terminate()
         process.wait(10)
-    if answer is None or answer[-4:] != private_network.MAPPED_ADDRESS:
+    if answer is None or answer[-4:] != asking.MAPPED_ADDRESS:
         sys.exit(f"the installed host answered {answer!r}")
 
 
 def main():
     folder, source = map(pathlib.Path, sys.argv[1:])
     if os.geteuid() != 0:
-        skip("not root")
+        own_namespaces.skip("not root")
     if shutil.which("dpkg") is None:
-        skip("no dpkg")
+        own_namespaces.skip("no dpkg")
     files = sorted(folder.glob("*.deb"))
-    private_network.enter()
+    own_namespaces.enter()
     # Opened before /tmp is covered: the build may be below it.
     contents = {path.name: path.read_bytes() for path in files}
     example = (source / "examples/smallest_host.cpp").read_bytes()

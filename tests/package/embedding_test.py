@@ -13,8 +13,11 @@ import shutil
 import subprocess
 import sys
 
+import asking
 import page
-import private_network
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+import own_namespaces
 
 
 def fail(text):
@@ -40,18 +43,18 @@ def follow(source, work, heading, compilers):
 
 
 def ask_host(program):
-    with private_network.running(program) as process:
-        query = private_network.question(private_network.MAPPED_NAME)
-        answer = private_network.ask(query)
+    with asking.running(program) as process:
+        query = asking.question(asking.MAPPED_NAME)
+        answer = asking.ask(query)
         if answer is None:
             fail(f"no answer (the host's status: {process.poll()})")
-        if answer[:2] != query[:2] or answer[-4:] != private_network.MAPPED_ADDRESS:
+        if answer[:2] != query[:2] or answer[-4:] != asking.MAPPED_ADDRESS:
             fail(f"a wrong answer: {answer.hex(' ')}")
 
 
 def main():
     source, work, heading, *compilers = sys.argv[1:]
-    private_network.enter()
+    own_namespaces.enter()
     folder = follow(pathlib.Path(source), pathlib.Path(work), heading, compilers)
     if not compilers:
         return
