@@ -77,6 +77,15 @@ class ResolvConf(hosting.TestCase):
 
 
 class FailOver(hosting.TestCase):
+    def seconds_to_an_answer(self):
+        """Asks for one name after the other, as applications do. At the most 5 s, by what is promised."""
+        began = time.monotonic()
+        number = 0
+        while resolve(f"n{number}.example", tries=1, wait=0.2) is None:
+            number += 1
+            self.assertLess(time.monotonic() - began, hosting.PATIENCE if hosting.SANITIZED else 5)
+        return time.monotonic() - began
+
     def states(self, host):
         return [upstream["state"] for upstream in host.status()["upstreams"]]
 
@@ -90,14 +99,8 @@ class FailOver(hosting.TestCase):
 
             first.loss = 1.0
             began = time.monotonic()
-            number = 0
-            while resolve(f"b{number}.example", tries=1, wait=0.2) is None:
-                number += 1
-                self.assertLess(time.monotonic() - began, hosting.PATIENCE)
-            seconds = time.monotonic() - began
+            seconds = self.seconds_to_an_answer()
             print(f"  names resolve again after {seconds:.1f} s")
-            if not hosting.SANITIZED:
-                self.assertLess(seconds, 5)
             self.assertEqual(self.states(host), ["silent", "alive"])
             self.assertIn("upstream servers are now 127.0.0.3", host.log())
             # A name without records ends the list of servers, which has no silent one in it.
@@ -132,15 +135,7 @@ class FailOver(hosting.TestCase):
             time.sleep(5)
             self.assertEqual((first.questions, second.questions), before, "nobody asks: neither does the host")
             first.loss = 1.0
-            began = time.monotonic()
-            number = 0
-            while resolve(f"e{number}.example", tries=1, wait=0.2) is None:
-                number += 1
-                self.assertLess(time.monotonic() - began, hosting.PATIENCE)
-            seconds = time.monotonic() - began
-            print(f"  names resolve after {seconds:.1f} s")
-            if not hosting.SANITIZED:
-                self.assertLess(seconds, 5)
+            print(f"  names resolve after {self.seconds_to_an_answer():.1f} s")
 
     def test_when_all_are_silent_the_order_stays(self):
         self.upstream("127.0.0.2", loss=1.0)
