@@ -50,7 +50,9 @@ std::vector<std::string> LoadServers(const Options& options) {
 }  // namespace
 
 Configuration LoadConfiguration(const Options& options) {
-  Configuration loaded = {LoadServers(options), LoadNames(options)};
+  Configuration loaded;
+  loaded.names = LoadNames(options);
+  loaded.servers = LoadServers(options);
   const std::string source = options.servers.empty() ? " from /etc/resolv.conf: " : ": ";
   Log("info", "upstream servers" + source + Joined(loaded.servers) +
                   "; static names: " + std::to_string(loaded.names.size()));

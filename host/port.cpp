@@ -14,11 +14,14 @@
 #include <fstream>
 #include <set>
 #include <string_view>
+#include <vector>
 #endif
 
 namespace {
 
 #if defined(__linux__)
+namespace fs = std::filesystem;
+
 constexpr char kHowToAsk[] = "; ask with: sudo ss -lunp sport = 53";
 constexpr char kHowToStart[] = "start as root, or with the capability CAP_NET_BIND_SERVICE";
 
@@ -42,17 +45,28 @@ std::set<std::string> SocketsAtThePort() {
   return sockets;
 }
 
+// What is in `folder`, as far as it can be read: processes end while one looks at them.
+std::vector<fs::path> Entries(const fs::path& folder) {
+  std::vector<fs::path> entries;
+  std::error_code error;
+  fs::directory_iterator entry(folder, error);
+  while (!error && entry != fs::directory_iterator()) {
+    entries.push_back(entry->path());
+    entry.increment(error);
+  }
+  return entries;
+}
+
 // "dnsmasq (process 812)", or empty when the system does not tell.
 std::string PortHolder() {
-  namespace fs = std::filesystem;
   const std::set<std::string> sockets = SocketsAtThePort();
-  std::error_code refused;  // other users' processes, and those that have just ended
-  for (const fs::directory_entry& process : fs::directory_iterator("/proc", refused)) {
-    for (const fs::directory_entry& open : fs::directory_iterator(process.path() / "fd", refused)) {
-      if (sockets.contains(fs::read_symlink(open, refused).string())) {
+  for (const fs::path& process : Entries("/proc")) {
+    for (const fs::path& descriptor : Entries(process / "fd")) {
+      std::error_code error;
+      if (sockets.contains(fs::read_symlink(descriptor, error).string())) {
         std::string name;
-        std::ifstream(process.path() / "comm") >> name;
-        return name + " (process " + process.path().filename().string() + ")";
+        std::ifstream(process / "comm") >> name;
+        return name + " (process " + process.filename().string() + ")";
       }
     }
   }

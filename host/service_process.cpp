@@ -128,24 +128,25 @@ void ServiceProcess::Run(const Configuration& configuration, int line) noexcept 
   KeepDescriptors(FD_SETSIZE, line, trace_.fd());
   LimitThreadStacks();
   KeepFreedMemory();
-  const ServiceWatch watch = {probeName_, &shared_->passes,
-                              [this, line] {
-                                try {
-                                  DropRights(user_);
-                                } catch (const Failure& failure) {
-                                  Leave(failure.status, failure.why);
-                                }
-                                // Only now: a thread that was there before would keep rights of its own.
-                                std::thread([this, line] {
-                                  TakeFiles(line, trace_.fd());
-                                  Leave(kExitFailure, "the parent has gone");
-                                }).detach();
-                                shared_->bound = true;
-                              },
+  const ServiceWatch watch = {probeName_, &shared_->passes, [this, line] { HoldsPort(line); },
                               [this](const std::string& why) { Leave(kExitFailure, why); }};
   WatchOutput(watch);
   const bool served = StartDnsSrv(configuration.servers, configuration.names);
   Leave(kExitFailure, served ? "the service has ended" : "the service could not be started");
+}
+
+void ServiceProcess::HoldsPort(int line) {
+  try {
+    DropRights(user_);
+  } catch (const Failure& failure) {
+    Leave(failure.status, failure.why);
+  }
+  // Only now: a thread that was there before would keep rights of its own.
+  std::thread([this, line] {
+    TakeFiles(line, trace_.fd());
+    Leave(kExitFailure, "the parent has gone");
+  }).detach();
+  shared_->bound = true;
 }
 
 void ServiceProcess::Leave(int status, const std::string& why) {

@@ -53,7 +53,9 @@ class ServiceProcess {
     char why[256];  // the child leaves; read after its end
   };
 
+  // In the child.
   [[noreturn]] void Run(const Configuration& configuration, int line) noexcept;
+  void HoldsPort(int line);
   [[noreturn]] void Leave(int status, const std::string& why);
 
   Trace& trace_;

@@ -19,9 +19,9 @@ void UpstreamMonitor::Watch(const std::vector<std::string>& servers, TimePoint n
 TimePoint UpstreamMonitor::due() const {
   TimePoint earliest = TimePoint::max();
   for (const Upstream& upstream : upstreams_) {
-    earliest = Watching() ? std::min(earliest, upstream.health.due()) : earliest;
+    earliest = std::min(earliest, upstream.health.due());
   }
-  return earliest;
+  return Watching() ? earliest : TimePoint::max();
 }
 
 void UpstreamMonitor::AskDue(TimePoint now, int sock) {

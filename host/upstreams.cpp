@@ -13,8 +13,8 @@
 
 namespace {
 
-constexpr in_addr_t kFirstMulticast =
-    0xE0000000;  // 224.0.0.0; what is above cannot be asked either
+// 224.0.0.0, in machine order. What is above is no server's address either.
+constexpr in_addr_t kFirstMulticast = 0xE0000000;
 
 // resolv.conf is a few lines; one beyond this size is not read for servers at all.
 constexpr std::size_t kMaxResolvConf = 64 * 1024;
