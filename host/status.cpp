@@ -56,10 +56,17 @@ std::string Outermost(const std::vector<std::pair<std::string, std::string>>& me
   return "{" + Joined(lines, ",\n") + "}\n";
 }
 
-std::string AsTable(std::string json) {
-  std::erase_if(
-      json, [](char c) { return std::string_view("{}[]\",").find(c) != std::string_view::npos; });
-  return json;
+std::string AsTable(const std::string& json) {
+  std::string table;
+  bool inText = false;
+  for (const char c : json) {
+    if (c == '"') {
+      inText = !inText;
+    } else if (inText || std::string_view("{}[],").find(c) == std::string_view::npos) {
+      table += c;
+    }
+  }
+  return table;
 }
 
 void AnswerStatus(int listener, const std::function<std::string()>& report) {

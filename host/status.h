@@ -21,8 +21,8 @@ std::string Object(const std::vector<std::string>& members);
 std::string Array(const std::vector<std::string>& items);
 std::string Outermost(const std::vector<std::pair<std::string, std::string>>& members);
 
-// The JSON text for people: without its punctuation.
-std::string AsTable(std::string json);
+// The JSON text for people: without the punctuation round its texts and numbers.
+std::string AsTable(const std::string& json);
 
 // Sends one client of `listener`, if one is waiting, what `report` returns then.
 void AnswerStatus(int listener, const std::function<std::string()>& report);
