@@ -63,9 +63,9 @@ class ServiceProcess {
   const std::string probeName_;
   Shared* const shared_;
   pid_t process_ = 0;
-  std::mutex leaving_;
-  int line_ = -1;    // to the child, which ends when it is closed
-  std::string why_;  // it was killed; empty if it was not
+  std::mutex leaving_;  // the child's: locked for good by the thread that leaves
+  int line_ = -1;       // to the child, which ends when it is closed
+  std::string why_;     // it was killed; empty if it was not
 };
 
 #endif  // HOST_SERVICE_PROCESS_H_

@@ -24,6 +24,7 @@ struct StaticNames {
   // first line that is neither.
   void AddHosts(std::istream& lines, const std::string& file);
 
+  // Takes one name. Throws Failure if it cannot be a static name.
   void Add(std::string name, const Entry& entry);
 
   // By name: in lower case, without a trailing dot. Of a name that was given more than once the
