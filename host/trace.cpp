@@ -4,27 +4,39 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "host/exit_status.h"
 #include "host/log.h"
+
+namespace {
+
+int OpenFile(const std::string& path) {
+  // Not blocking: opening a pipe without a reader would, and it is refused below anyway.
+  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOFOLLOW, 0600);
+  struct stat state;
+  if (fd == -1 || fstat(fd, &state) != 0) {
+    throw SystemFailure("--trace " + path, kExitBadInput);
+  }
+  const bool regular = S_ISREG(state.st_mode);
+  if (!regular || state.st_uid != geteuid() || state.st_nlink != 1) {
+    close(fd);
+    throw Failure{kExitBadInput, "--trace " + path +
+                                     (regular ? ": belongs to somebody else, or has other names"
+                                              : ": not a regular file")};
+  }
+  return fd;
+}
+
+}  // namespace
 
 void Trace::Open() {
   if (!IsFile()) {
     fd_ = path_.empty() ? -1 : STDOUT_FILENO;
     return;
   }
-  // Not blocking: opening a pipe without a reader would, and it is refused below anyway.
-  const int opened =
-      open(path_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOFOLLOW, 0600);
-  struct stat state;
-  if (opened == -1 || fstat(opened, &state) != 0) {
-    throw SystemFailure("--trace " + path_, kExitBadInput);
-  }
-  if (!S_ISREG(state.st_mode)) {
-    close(opened);
-    throw Failure{kExitBadInput, "--trace " + path_ + ": not a regular file"};
-  }
+  const int opened = OpenFile(path_);
   fchmod(opened, 0600);  // also one that was there before
   if (fd_ != -1) {
     close(fd_);
@@ -32,13 +44,11 @@ void Trace::Open() {
   fd_ = opened;
 }
 
-void Trace::TryOpen() {
+void Trace::TryOpen() const {
   const bool there = access(path_.c_str(), F_OK) == 0;
-  Open();
   if (IsFile()) {
-    close(fd_);
+    close(OpenFile(path_));
   }
-  fd_ = -1;
   if (!there) {
     unlink(path_.c_str());
   }
@@ -51,6 +61,9 @@ bool Trace::Full() const {
 
 void Trace::Rotate() {
   const auto name = [this](int i) { return path_ + "." + std::to_string(i); };
+  if (access(path_.c_str(), F_OK) != 0) {
+    return Open();  // somebody has moved it: the others stay as they are
+  }
   for (int i = keep_ - 1; i > 0; --i) {
     std::rename(name(i).c_str(), name(i + 1).c_str());  // fails for those that are not there yet
   }
@@ -74,6 +87,6 @@ void Trace::Write(std::string_view lines) {
     lost_ = 0;
   }
   if (lost_ > 0 || !WriteIfRoom(fd_, lines)) {
-    ++lost_;
+    lost_ += static_cast<std::uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
   }
 }

@@ -16,11 +16,12 @@ class Trace {
       : path_(std::move(path)), size_(size), keep_(keep) {}
 
   // Opens the file, anew if it is open: mode 0600, appended to. Throws Failure if that cannot be
-  // done or it is anything but a regular file: a pipe's reader could hold up the service.
+  // done or it is anything but a regular file of this user's own with one name: a pipe's reader could
+  // hold up the service, and another owner could read the names.
   void Open();
 
-  // Whether Open would succeed: throws as it does, and leaves no file that was not there.
-  void TryOpen();
+  // Whether Open would succeed: throws as it does, and changes nothing.
+  void TryOpen() const;
 
   // Whether the file has outgrown its size.
   bool Full() const;
@@ -43,7 +44,7 @@ class Trace {
   const int keep_;
   int fd_ = -1;
   std::mutex mutex_;
-  std::uint64_t lost_ = 0;  // calls of Write that could not be written
+  std::uint64_t lost_ = 0;  // lines that could not be written
 };
 
 #endif  // HOST_TRACE_H_

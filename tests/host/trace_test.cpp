@@ -81,6 +81,54 @@ TEST_F(TraceTest, FileThatCannotBeRotatedIsWrittenOn) {
   EXPECT_EQ(Content(path_), "one\ntwo\n");
 }
 
+TEST_F(TraceTest, FileThatSomebodyHasMovedIsOpenedAnewAndTheKeptOnesStay) {
+  Trace trace(path_, 3, 2);
+  trace.Open();
+  for (const char* const text : {"one\n", "two\n"}) {
+    trace.Write(text);
+    trace.Rotate();
+  }
+  trace.Write("three\n");
+  unlink(path_.c_str());
+  trace.Rotate();
+  EXPECT_FALSE(trace.Full());
+  EXPECT_EQ(Content(path_), "");
+  EXPECT_EQ(Content(path_ + ".1"), "two\n");
+  EXPECT_EQ(Content(path_ + ".2"), "one\n");
+}
+
+TEST_F(TraceTest, TryingChangesNothing) {
+  Trace trace(path_, 100, 1);
+  trace.TryOpen();
+  EXPECT_NE(access(path_.c_str(), F_OK), 0);
+  std::ofstream(path_) << "old\n";
+  chmod(path_.c_str(), 0644);
+  trace.TryOpen();
+  struct stat state;
+  ASSERT_EQ(stat(path_.c_str(), &state), 0);
+  EXPECT_EQ(state.st_mode & 0777, 0644u);
+  EXPECT_EQ(Content(path_), "old\n");
+}
+
+TEST_F(TraceTest, FileWithAnotherNameIsRefused) {
+  std::ofstream(path_ + ".1") << "somebody's\n";
+  ASSERT_EQ(link((path_ + ".1").c_str(), path_.c_str()), 0);
+  Trace trace(path_, 100, 1);
+  EXPECT_THROW(trace.Open(), Failure);
+}
+
+TEST_F(TraceTest, FileOfSomebodyElseIsRefused) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give a file away";
+  }
+  std::ofstream(path_) << "theirs\n";
+  if (chown(path_.c_str(), 1, 1) != 0) {
+    GTEST_SKIP() << "there is nobody else here";
+  }
+  Trace trace(path_, 100, 1);
+  EXPECT_THROW(trace.Open(), Failure);
+}
+
 TEST_F(TraceTest, AnythingButARegularFileIsRefused) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   const struct {
