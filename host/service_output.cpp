@@ -35,10 +35,14 @@ class WorkerLines {
   }
 
   void Add(std::string_view line) {
+    // The thread's very first line tells which it is: a name may hold a line feed, and what stands
+    // behind that comes as a line, whatever it imitates.
+    query_ = query_ || (last_.empty() && line.starts_with(kQueryThread));
     last_ = line;
-    if (line.starts_with(kQueryThread)) {
+    if (query_ && line.starts_with(kQueryThread)) {
       g_watch->passes->fetch_add(1, std::memory_order_relaxed);
-      query_ = true;
+      g_trace->Write(held_);
+      held_.clear();
       holding_ = true;
       probe_ = false;
     }

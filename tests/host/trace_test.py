@@ -48,6 +48,21 @@ class Trace(unittest.TestCase):
             wait_for(lambda: "4.3.2.1.in-addr.arpa" in self.path.read_text(), "a reverse look-up of an application")
         self.assertEqual(stat.S_IMODE(self.path.stat().st_mode), 0o600)
 
+    def test_line_feed_in_a_name_hides_nothing(self):
+        upstream = hosting.Upstream("127.0.0.2")
+        self.addCleanup(upstream.close)
+        with Host(*NAMES, "--trace", self.path) as host:
+            host.serving()
+            self.assertIsNotNone(ask("\nfunc: thread_query(line:secret"))
+            self.assertIsNotNone(ask("other.example"))
+            # The query thread has shown what it held, and the answer thread holds nothing back.
+            wait_for(lambda: "secret" in self.path.read_text(), "the name")
+            wait_for(lambda: self.path.read_text().count("RecvAndProcessPacketsFromDNSServer") > 0
+                     and "other.example" in self.path.read_text(), "the lines of an answer")
+            send(hosting.question("runt.example"))  # ends the answer thread
+            wait_for(lambda: host.restarts() == 1, "a restart")
+            self.assertIn("answer thread ended", host.status()["last_restarts"][0]["why"])
+
     def test_last_lines_of_a_worker_that_ends_are_there(self):
         with Host(*NAMES, "--trace", self.path) as host:
             host.serving()
