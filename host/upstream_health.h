@@ -35,12 +35,12 @@ class UpstreamHealth {
 
   // A question is being sent. `interval` is the time to the next one if all is well.
   void Asked(TimePoint now, Milliseconds interval) {
+    asked_ = repeats() ? asked_ : now;
     if (waiting_) {
       answersInRow_ = 0;
       silent_ = silent_ || ++unanswered_ >= kSilentQuestions;
     }
     waiting_ = true;
-    asked_ = now;
     interval_ = interval;
     due_ = now + (silent_ ? interval : kDoubtInterval);
   }
@@ -58,12 +58,13 @@ class UpstreamHealth {
 
   bool silent() const { return silent_; }
 
-  // Of the last answer; nothing before the first.
+  // From the last answer back to the first question that it may belong to; nothing before the
+  // first answer.
   std::optional<Milliseconds> roundTrip() const { return roundTrip_; }
 
  private:
   TimePoint due_;
-  TimePoint asked_;
+  TimePoint asked_;  // the last question that was no repetition
   Milliseconds interval_ = kInterval;
   bool waiting_ = false;
   bool silent_ = false;

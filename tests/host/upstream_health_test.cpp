@@ -115,6 +115,7 @@ TEST(UpstreamHealth, SlowServerIsAliveUpToOneSecondAndSilentBeyond) {
   Simulation slow([](Seconds) { return Milliseconds(900); });
   slow.RunUntil(Seconds(60));
   EXPECT_FALSE(slow.health().silent());
+  EXPECT_EQ(slow.health().roundTrip(), Milliseconds(900));
   Simulation tooSlow([](Seconds) { return Milliseconds(1100); });
   tooSlow.RunUntil(Seconds(60));
   EXPECT_TRUE(tooSlow.health().silent());
