@@ -16,7 +16,10 @@
 namespace {
 
 // How long --status waits for the host's answer.
-constexpr int kPatienceMs = 2000;
+constexpr Milliseconds kPatience{2000};
+
+// Bytes: a hundred servers are not a tenth of it.
+constexpr int kMaxStatus = 128 * 1024;
 
 // Where values begin in a line.
 constexpr std::size_t kColumn = 20;
@@ -72,7 +75,8 @@ std::string AsTable(const std::string& json) {
 void AnswerStatus(int listener, const std::function<std::string()>& report) {
   const int client = listener == -1 ? -1 : accept(listener, nullptr, nullptr);
   if (client != -1) {
-    fcntl(client, F_SETFL, O_NONBLOCK);  // a few KiB: the socket's buffer takes them at once
+    fcntl(client, F_SETFL, O_NONBLOCK);  // the socket's buffer takes all of it at once
+    setsockopt(client, SOL_SOCKET, SO_SNDBUF, &kMaxStatus, sizeof(kMaxStatus));
     WriteIfRoom(client, report());
     close(client);
   }
@@ -84,7 +88,11 @@ void PrintStatus(const std::string& path, bool json) {
   std::string text;
   char bytes[1024];
   ssize_t size = 0;
-  while (sock != -1 && poll(&answer, 1, kPatienceMs) == 1 &&
+  const TimePoint until = Clock::now() + kPatience;
+  const auto left = [until] {
+    return static_cast<int>(std::chrono::ceil<Milliseconds>(until - Clock::now()).count());
+  };
+  while (sock != -1 && text.size() < kMaxStatus && poll(&answer, 1, std::max(left(), 0)) == 1 &&
          (size = read(sock, bytes, sizeof(bytes))) > 0) {
     text.append(bytes, static_cast<std::size_t>(size));
   }

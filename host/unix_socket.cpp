@@ -14,6 +14,8 @@
 
 namespace {
 
+constexpr int kBacklog = 16;
+
 using Call = int (*)(int, const sockaddr*, socklen_t);
 
 // Calls connect or bind with `path` as the address.
@@ -34,6 +36,7 @@ bool AtPath(Call call, int sock, const std::string& path) {
 
 int ConnectUnix(const std::string& path, int type) {
   const int sock = socket(AF_UNIX, type, 0);
+  fcntl(sock, F_SETFL, O_NONBLOCK);  // whoever listens there may have stopped accepting
   if (!AtPath(connect, sock, path)) {
     const int error = errno;
     close(sock);
@@ -58,7 +61,7 @@ int ListenUnix(const std::string& path) {
   const mode_t mask = umask(0177);
   const bool bound = AtPath(bind, sock, path);
   umask(mask);
-  if (!bound || listen(sock, 4) != 0) {
+  if (!bound || listen(sock, kBacklog) != 0) {
     throw SystemFailure("--socket " + path);
   }
   fcntl(sock, F_SETFL, O_NONBLOCK);

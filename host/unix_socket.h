@@ -4,8 +4,8 @@
 
 #include <string>
 
-// A socket of `type` (SOCK_STREAM, SOCK_DGRAM) that is connected to `path`. The caller closes it. -1
-// and errno if nobody is there.
+// A socket of `type` (SOCK_STREAM, SOCK_DGRAM) that is connected to `path` and does not block. The
+// caller closes it. -1 and errno if nobody is there, or nobody accepts.
 int ConnectUnix(const std::string& path, int type);
 
 // A stream socket that listens at `path`, mode 0600, in place of one that nobody listens at any

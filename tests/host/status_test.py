@@ -5,7 +5,9 @@ import os
 import signal
 import socket
 import stat
+import subprocess
 import tempfile
+import time
 import unittest
 
 import hosting
@@ -20,6 +22,7 @@ class Status(unittest.TestCase):
             host.serving()
             for _ in range(3):
                 resolve("a.example")
+            time.sleep(0.1)  # an uptime that is not nothing
             os.kill(host.child(), signal.SIGKILL)
             wait_for(lambda: host.restarts() == 1 and host.answers(), "a restart")
 
@@ -65,6 +68,16 @@ class Status(unittest.TestCase):
             self.assertEqual(host.status()["state"], "serving")
             for client in clients:
                 client.close()
+
+    def test_host_that_does_not_answer_is_not_waited_for(self):
+        with Host(*NAMES) as host:
+            host.serving()
+            host.process.send_signal(signal.SIGSTOP)
+            askers = [subprocess.Popen([hosting.HOST, "--status", "--socket", host.socket],
+                                       stderr=subprocess.DEVNULL) for _ in range(30)]
+            self.assertEqual({asker.wait(hosting.PATIENCE) for asker in askers}, {6})
+            host.process.send_signal(signal.SIGCONT)
+            wait_for(host.answers, "an answer")
 
     def test_nobody_there_is_a_status_of_its_own(self):
         status, said = leaves("--status", "--socket", "/nonexistent/socket")
