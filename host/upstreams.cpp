@@ -3,8 +3,9 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <set>
 #include <sstream>
 
 #include "dns_proxy_mac/proxy/dns_proxy.h"
@@ -22,6 +23,22 @@ constexpr std::size_t kMaxResolvConf = 64 * 1024;
 // Room for each value. The whole file fits many times over, should it grow while it is read.
 constexpr std::size_t kValueSpace = 1024 * 1024;
 
+// The servers that stand in lines of their own, and not in a comment.
+std::set<std::string> NamedServers(const std::string& resolvConf) {
+  std::set<std::string> named;
+  std::istringstream lines(resolvConf);
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream words(line);
+    std::string keyword;
+    std::string address;
+    words >> keyword >> address;
+    if (keyword == "nameserver") {
+      named.insert(address);
+    }
+  }
+  return named;
+}
+
 }  // namespace
 
 const char* ServerFault(const std::string& text) {
@@ -36,7 +53,9 @@ const char* ServerFault(const std::string& text) {
   return address >= kFirstMulticast ? "a multicast or broadcast address" : nullptr;
 }
 
-LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values) {
+LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values,
+                               const std::string& resolvConf) {
+  const std::set<std::string> named = NamedServers(resolvConf);
   LocalUpstreams chosen;
   for (const std::string& value : values) {
     std::string address;
@@ -44,7 +63,9 @@ LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values) {
       continue;
     }
     const bool here = address.starts_with("127.") || address == "0.0.0.0";
-    if (const char* const fault = here ? "this machine" : ServerFault(address)) {
+    if (const char* const fault = !named.contains(address) ? "in no line of its own"
+                                  : here                   ? "this machine"
+                                                           : ServerFault(address)) {
       chosen.dropped.push_back(address + " (" + fault + ")");
     } else if (std::count(chosen.taken.begin(), chosen.taken.end(), address) == 0) {
       chosen.taken.push_back(address);
@@ -54,8 +75,12 @@ LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values) {
 }
 
 std::string ReadResolvConf() {
-  std::ifstream file(kResolvConf);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::error_code error;
+  std::ostringstream text;
+  if (std::filesystem::is_regular_file(kResolvConf, error)) {
+    text << std::ifstream(kResolvConf).rdbuf();
+  }
+  return text.str();
 }
 
 std::vector<std::string> ReadLocalUpstreams() {
@@ -63,18 +88,18 @@ std::vector<std::string> ReadLocalUpstreams() {
   std::vector<char> dns1(kValueSpace);
   std::vector<char> dns2(kValueSpace);
   std::vector<char> dns3(kValueSpace);
-  const std::size_t size = ReadResolvConf().size();
-  if (size > 0 && size <= kMaxResolvConf) {
+  const std::string text = ReadResolvConf();
+  if (!text.empty() && text.size() <= kMaxResolvConf) {
     get_localdns_dnsproxy(dns1.data(), dns2.data(), dns3.data());
   }
-  const LocalUpstreams local = ChooseUpstreams({dns1.data(), dns2.data(), dns3.data()});
+  const LocalUpstreams local = ChooseUpstreams({dns1.data(), dns2.data(), dns3.data()}, text);
   if (!local.dropped.empty()) {
     Log("info", std::string(kResolvConf) + ": left out: " + Joined(local.dropped));
   }
   if (local.taken.empty()) {
     throw Failure{kExitNoUpstream, std::string(kResolvConf) +
-                                       " names no server that can be asked: give one with "
-                                       "--server ADDRESS"};
+                                       ": none of its first three servers can be asked: give "
+                                       "one with --server ADDRESS"};
   }
   return local.taken;
 }

@@ -15,9 +15,11 @@ struct LocalUpstreams {
   std::vector<std::string> dropped;  // "127.0.0.53 (this machine)"
 };
 
-// The values of /etc/resolv.conf that can serve: cut at the first blank, IPv4, each once, and not
-// on this machine (a resolver here may ask the proxy, which would go round in circles).
-LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values);
+// Which of `values`, as get_localdns_dnsproxy has read them from `resolvConf`, can serve: cut at the
+// first blank, IPv4, each once, not from a comment, and not on this machine (a resolver here may ask
+// the proxy, which would go round in circles).
+LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values,
+                               const std::string& resolvConf);
 
 // Those of /etc/resolv.conf as it is now, read by get_localdns_dnsproxy, which traces on standard
 // output; the log says what was dropped. Throws Failure if there is none.

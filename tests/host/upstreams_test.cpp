@@ -8,14 +8,23 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+// From a file with a line for each value.
+LocalUpstreams Choose(const std::vector<std::string>& values) {
+  std::string resolvConf;
+  for (const std::string& value : values) {
+    resolvConf += "nameserver " + value + "\n";
+  }
+  return ChooseUpstreams(values, resolvConf);
+}
+
 TEST(Upstreams, ValuesAreCutAtTheFirstBlank) {
-  EXPECT_THAT(ChooseUpstreams({"192.0.2.1 # office", "\t192.0.2.2\r", "192.0.2.3"}).taken,
+  EXPECT_THAT(Choose({"192.0.2.1 # office", "\t192.0.2.2\r", "192.0.2.3"}).taken,
               ElementsAre("192.0.2.1", "192.0.2.2", "192.0.2.3"));
 }
 
 TEST(Upstreams, WhatCannotServeIsDroppedWithTheReason) {
   const LocalUpstreams chosen =
-      ChooseUpstreams({"127.0.0.53", "2001:db8::1", "0.0.0.0", "255.255.255.255", "router"});
+      Choose({"127.0.0.53", "2001:db8::1", "0.0.0.0", "255.255.255.255", "router"});
   EXPECT_THAT(chosen.taken, IsEmpty());
   EXPECT_THAT(
       chosen.dropped,
@@ -25,9 +34,18 @@ TEST(Upstreams, WhatCannotServeIsDroppedWithTheReason) {
 }
 
 TEST(Upstreams, EmptyAndRepeatedValuesAreLeftOut) {
-  const LocalUpstreams chosen = ChooseUpstreams({"192.0.2.1", "", "192.0.2.1"});
+  const LocalUpstreams chosen = Choose({"192.0.2.1", "", "192.0.2.1"});
   EXPECT_THAT(chosen.taken, ElementsAre("192.0.2.1"));
   EXPECT_THAT(chosen.dropped, IsEmpty());
+}
+
+TEST(Upstreams, WhatACommentMentionsIsNotTaken) {
+  const LocalUpstreams chosen =
+      ChooseUpstreams({"192.0.2.1", "192.0.2.2", "192.0.2.3"},
+                      "# nameserver 192.0.2.1\n;nameserver 192.0.2.2\n nameserver\t192.0.2.3 x\n");
+  EXPECT_THAT(chosen.taken, ElementsAre("192.0.2.3"));
+  EXPECT_THAT(chosen.dropped, ElementsAre("192.0.2.1 (in no line of its own)",
+                                          "192.0.2.2 (in no line of its own)"));
 }
 
 TEST(Upstreams, GivenServerMayBeOnThisMachineButNotTheProxyItself) {
