@@ -10,6 +10,7 @@
 
 namespace {
 
+constexpr int kReceivedAtOnce = 64;
 constexpr ssize_t kHeaderSize = 12;
 constexpr unsigned char kResponseBit = 0x80;          // QR, in the header's third byte
 constexpr unsigned char kRecursionDesiredBit = 0x01;  // RD, there too
@@ -47,20 +48,22 @@ void Ask(int sock, in_addr_t server, std::uint16_t id, const std::string& name, 
          sizeof(address));
 }
 
-std::optional<Response> ReceiveResponse(int sock) {
-  for (;;) {
+std::vector<Response> ReceiveResponses(int sock) {
+  std::vector<Response> responses;
+  for (int received = 0; received < kReceivedAtOnce; ++received) {
     unsigned char message[512];  // the header is enough
     sockaddr_in sender;
     socklen_t length = sizeof(sender);
     const ssize_t size =
         recvfrom(sock, message, sizeof(message), 0, reinterpret_cast<sockaddr*>(&sender), &length);
     if (size == -1) {
-      return std::nullopt;
+      break;
     }
     if (size >= kHeaderSize && (message[2] & kResponseBit) != 0 &&
         sender.sin_port == htons(kDnsPort)) {
-      return Response{sender.sin_addr.s_addr,
-                      static_cast<std::uint16_t>((message[0] << 8) | message[1])};
+      responses.push_back(
+          {sender.sin_addr.s_addr, static_cast<std::uint16_t>((message[0] << 8) | message[1])});
     }
   }
+  return responses;
 }

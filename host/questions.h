@@ -5,7 +5,6 @@
 #include <netinet/in.h>
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,7 +27,8 @@ struct Response {
   std::uint16_t id;  // machine order
 };
 
-// The next response that has arrived. Does not wait.
-std::optional<Response> ReceiveResponse(int sock);
+// The responses among the next datagrams that have arrived. Does not wait, and takes no more than 64
+// of them: anybody on this machine can send some.
+std::vector<Response> ReceiveResponses(int sock);
 
 #endif  // HOST_QUESTIONS_H_
