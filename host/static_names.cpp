@@ -20,6 +20,12 @@ bool IsIpv4(const std::string& text) {
   return inet_pton(AF_INET, text.c_str(), &address) == 1;
 }
 
+// With or without an interface behind it: "fe80::1%lo0".
+bool IsIpv6(const std::string& text) {
+  in6_addr address;
+  return inet_pton(AF_INET6, text.substr(0, text.find('%')).c_str(), &address) == 1;
+}
+
 // Why `name`, folded and without its trailing dot, cannot be a static name; null if it can.
 const char* NameFault(const std::string& name) {
   if (name.find_first_not_of(kNameCharacters) != std::string::npos) {
@@ -78,7 +84,7 @@ void StaticNames::AddHosts(std::istream& lines, const std::string& file) {
     if (!(words >> address)) {
       continue;
     }
-    if (address.find(':') != std::string::npos) {
+    if (IsIpv6(address)) {
       ++ipv6Lines;
       continue;
     }
@@ -93,6 +99,6 @@ void StaticNames::AddHosts(std::istream& lines, const std::string& file) {
     } while (words >> name);
   }
   if (!lines.eof()) {
-    throw Failure{kExitBadInput, file + ": cannot be read"};
+    throw Failure{kExitBadInput, file + ": cannot be read, or is not a regular file"};
   }
 }

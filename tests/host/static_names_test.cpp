@@ -97,6 +97,7 @@ TEST(StaticNames, HostsFileErrorNamesFileLineAndReason) {
     const char* error;
   } cases[] = {
       {"192.0.2.1 a\nnonsense b\n", "hosts:2: 'nonsense' is not an IPv4 address"},
+      {"1:2 a\n", "hosts:1: '1:2' is not an IPv4 address"},
       {"\n\n192.0.2.1\n", "hosts:3: no name behind 192.0.2.1"},
       {"192.0.2.1 a b!c\n", "hosts:1: 'b!c': the name has a character other than"},
   };
