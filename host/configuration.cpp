@@ -1,5 +1,6 @@
 #include "host/configuration.h"
 
+#include <filesystem>
 #include <fstream>
 
 #include "host/exit_status.h"
@@ -13,13 +14,17 @@ namespace {
 // reached by real ones.
 constexpr std::size_t kMaxServers = 100;
 
+}  // namespace
+
 std::vector<std::pair<std::string, std::string>> LoadNames(const Options& options) {
   StaticNames names;
   for (const std::string& map : options.maps) {
     names.AddMapping(map);
   }
   for (const std::string& file : options.hostsFiles) {
-    std::ifstream lines(file);
+    std::error_code error;
+    const bool regular = std::filesystem::is_regular_file(file, error);  // what else could block
+    std::ifstream lines(regular ? file : "");
     names.AddHosts(lines, file);
   }
   for (const std::string& duplicate : names.duplicates) {
@@ -32,6 +37,7 @@ std::vector<std::pair<std::string, std::string>> LoadNames(const Options& option
   for (const auto& [name, entry] : names.names) {
     loaded.emplace_back(name, entry.address);
   }
+  Log("info", "static names: " + std::to_string(loaded.size()));
   return loaded;
 }
 
@@ -44,17 +50,9 @@ std::vector<std::string> LoadServers(const Options& options) {
   if (options.servers.size() > kMaxServers) {
     throw Failure{kExitBadInput, "--server: too many servers"};
   }
-  return options.servers.empty() ? ReadLocalUpstreams() : options.servers;
-}
-
-}  // namespace
-
-Configuration LoadConfiguration(const Options& options) {
-  Configuration loaded;
-  loaded.names = LoadNames(options);
-  loaded.servers = LoadServers(options);
-  const std::string source = options.servers.empty() ? " from /etc/resolv.conf: " : ": ";
-  Log("info", "upstream servers" + source + Joined(loaded.servers) +
-                  "; static names: " + std::to_string(loaded.names.size()));
+  const bool local = options.servers.empty();
+  const std::vector<std::string> loaded = local ? ReadLocalUpstreams() : options.servers;
+  Log("info", std::string("upstream servers") + (local ? " from /etc/resolv.conf" : "") + ": " +
+                  Joined(loaded));
   return loaded;
 }

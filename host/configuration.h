@@ -13,8 +13,9 @@ struct Configuration {
   std::vector<std::pair<std::string, std::string>> names;  // and its second
 };
 
-// Reads the files and validates everything; says in the log what was taken and what was left out.
+// Each reads its files anew and validates them; says in the log what was taken and what was left out.
 // Throws Failure.
-Configuration LoadConfiguration(const Options& options);
+std::vector<std::string> LoadServers(const Options& options);
+std::vector<std::pair<std::string, std::string>> LoadNames(const Options& options);
 
 #endif  // HOST_CONFIGURATION_H_

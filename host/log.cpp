@@ -1,7 +1,7 @@
 #include "host/log.h"
 
 #include <limits.h>
-#include <poll.h>
+#include <sys/select.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -35,8 +35,11 @@ bool WriteIfRoom(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
     // A pipe that is reported writable takes PIPE_BUF bytes at once. The descriptor itself is not
     // made non-blocking: others (the user's shell) share it.
-    pollfd room = {fd, POLLOUT, 0};
-    if (poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0) {
+    fd_set room;
+    FD_ZERO(&room);
+    FD_SET(fd, &room);
+    timeval atOnce = {0, 0};
+    if (select(fd + 1, nullptr, &room, nullptr, &atOnce) != 1) {
       return false;
     }
     const ssize_t written = write(fd, bytes.data(), std::min<std::size_t>(bytes.size(), PIPE_BUF));

@@ -16,7 +16,7 @@ std::string Printable(std::string text);
 // "a, b, c".
 std::string Joined(const std::vector<std::string>& texts, const std::string& separator = ", ");
 
-// Writes to `fd` as far as that does not block: false when a reader that is stuck, or a full disk,
+// Writes to `fd` (below 1024) as far as that does not block: false when a reader that is stuck, or a full disk,
 // has cost some bytes.
 bool WriteIfRoom(int fd, std::string_view bytes);
 

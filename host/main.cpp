@@ -4,7 +4,7 @@
 // child process and keeps it answering.
 #include <unistd.h>
 
-#include <algorithm>
+#include <exception>
 #include <memory>
 
 #include "host/configuration.h"
@@ -23,30 +23,48 @@
 
 namespace {
 
-// Descriptors above this number are left: no service hands out so many.
+// Descriptors from this number on are left: nobody hands out so many.
 constexpr int kMaxInherited = 65536;
+
+// Only root can see whose the port is, so it looks before it gives that right up; what is wrong
+// with the input is told first all the same.
+std::exception_ptr LookAtPort() {
+  try {
+    CheckPort();
+    return nullptr;
+  } catch (const Failure&) {
+    return std::current_exception();
+  }
+}
 
 void Host(const Options& options) {
   // What the starting process left open is none of ours.
-  KeepDescriptors(std::min(getdtablesize(), kMaxInherited));
+  KeepDescriptors(kMaxInherited);
+  UnblockTerminals();
 
-  // Everything that can be wrong, before anything runs.
+  // Everything that can be wrong, before anything runs, and with the rights that it will have then.
   const User user = FindUser(options.user);
+  const std::exception_ptr portFault = LookAtPort();
+  KeepParentRights();
   static Trace trace(options.trace, options.traceSize, options.traceKeep);  // as `stdout` is
   options.check ? trace.TryOpen() : trace.Open();
   SendOutputTo(trace);
-  const Configuration configuration = LoadConfiguration(options);
-  CheckPort();
+  Configuration configuration;
+  configuration.names = LoadNames(options);
+  configuration.servers = LoadServers(options);
+  if (portFault) {
+    std::rethrow_exception(portFault);
+  }
+  CatchSignals();
+  const int statusListener = options.socket.empty() ? -1 : ListenUnix(options.socket);
+  std::unique_ptr<const char, int (*)(const char*)> goesWithUs(
+      statusListener == -1 ? nullptr : options.socket.c_str(), unlink);
   if (options.check) {
+    goesWithUs.reset();
+    DropRights(user);
     Log("info", "everything is in order");
     return;
   }
-
-  const int statusListener = options.socket.empty() ? -1 : ListenUnix(options.socket);
-  const std::unique_ptr<const char, int (*)(const char*)> goesWithUs(
-      statusListener == -1 ? nullptr : options.socket.c_str(), unlink);
-  CatchSignals();
-  KeepParentRights();
   Supervisor(options, configuration, user, trace, statusListener).Run();
   Log("info", "stopped");
 }
@@ -65,5 +83,8 @@ int main(int argc, char** argv) {
   } catch (const Failure& failure) {
     Log("error", failure.why);
     return failure.status;
+  } catch (const std::exception& error) {  // no memory, for one
+    Log("error", error.what());
+    return kExitFailure;
   }
 }

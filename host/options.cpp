@@ -19,7 +19,7 @@ Options ParseOptions(int argc, char** argv) {
   };
   repeatable("--server", options.servers, "ADDRESS",
              "Upstream server, IPv4; repeatable, in the order of trial (default: the servers of "
-             "/etc/resolv.conf that are not on this machine)");
+             "/etc/resolv.conf without loopback addresses)");
   repeatable("--map", options.maps, "NAME=ADDRESS", "Static name; repeatable");
   repeatable("--hosts", options.hostsFiles, "FILE",
              "Static names from a hosts(5) file; repeatable");
@@ -31,6 +31,7 @@ Options ParseOptions(int argc, char** argv) {
       ->type_name("FILE");
   app.add_option("--trace-size", options.traceSize, "Rotate the trace file above this size")
       ->transform(CLI::AsSizeValue(false))
+      ->check(CLI::Range(1.0, 1e15))  // below zero is something huge by now
       ->type_name("BYTES")
       ->default_str("10MB");
   app.add_option("--trace-keep", options.traceKeep, "Rotated trace files to keep")
@@ -43,7 +44,8 @@ Options ParseOptions(int argc, char** argv) {
   CLI::Option* const socket =
       app.add_option("--socket", options.socket, "Unix socket to tell the status at")
           ->type_name("PATH");
-  app.add_flag("--check", options.check, "Validate everything, say what would run, and exit");
+  app.add_flag("--check", options.check,
+               "Validate everything, say which servers and how many names, and exit");
   CLI::Option* const status =
       app.add_flag("--status", options.status, "Print the status of the host that runs at --socket")
           ->needs(socket);

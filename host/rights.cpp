@@ -61,8 +61,9 @@ void KeepParentRights() {
 }
 
 void DropRights(const User& user) {
-  bool dropped = user.uid == geteuid() ||
-                 (setgroups(1, &user.gid) == 0 && setgid(user.gid) == 0 && setuid(user.uid) == 0);
+  // Root that stays root gives up its further groups where it can: not in every user namespace.
+  bool dropped = geteuid() != 0 || ((setgroups(1, &user.gid) == 0 || user.uid == 0) &&
+                                    setgid(user.gid) == 0 && setuid(user.uid) == 0);
 #if defined(__linux__)
   // A change of user away from root has emptied them; the same user may have been given some.
   dropped = dropped && KeepCapabilities(0);

@@ -15,29 +15,42 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <system_error>
 #include <thread>
 
 #include "dns_proxy_mac/proxy/dns_proxy.h"
 #include "host/descriptors.h"
 #include "host/exit_status.h"
+#include "host/port.h"
 #include "host/service_output.h"
 
 namespace {
 
-// What goes down the line to a child: a byte, which has no meaning, and room beside it for one
-// descriptor (unix(7), SCM_RIGHTS).
+// What goes along the line of parent and child: a byte, which has no meaning, and room beside it for
+// one descriptor (unix(7), SCM_RIGHTS).
 struct Message : msghdr {
   Message() : msghdr() {
     msg_iov = &part;
     msg_iovlen = 1;
     msg_control = control;
-    msg_controllen = sizeof(control);
+    msg_controllen = CMSG_LEN(sizeof(int));
   }
 
   char byte = 0;
   iovec part = {&byte, 1};
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
 };
+
+// Fails when nobody is at the other end. Does not wait.
+bool SendFile(int line, int file) {
+  Message message;
+  cmsghdr* const header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(sizeof(int));
+  std::memcpy(CMSG_DATA(header), &file, sizeof(file));
+  return sendmsg(line, &message, MSG_DONTWAIT) == 1;
+}
 
 // The child's thread of its own: puts each file that comes in the place of the one behind `trace`,
 // at once for all threads that write to it. Returns when the parent has gone.
@@ -108,45 +121,64 @@ void ServiceProcess::Start(const Configuration& configuration) {
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
     throw SystemFailure("no line to a child process");
   }
-  shared_->bound = false;
   std::memset(shared_->why, 0, sizeof(shared_->why));
   why_.clear();
   process_ = fork();
   if (process_ == 0) {
     Run(configuration, ends[1]);
   }
-  line_ = ends[0];
   close(ends[1]);
   if (process_ == -1) {
     process_ = 0;
-    close(line_);
+    close(ends[0]);
     throw SystemFailure("no child process");
   }
+  // Now the child alone keeps the port, and may let it go.
+  close(line_);
+  line_ = ends[0];
+  shared_->keepsPort = false;
+  send(line_, "", 1, 0);
 }
 
 void ServiceProcess::Run(const Configuration& configuration, int line) noexcept {
-  KeepDescriptors(FD_SETSIZE, line, trace_.fd());
+  setsid();  // without the terminal, if there is one: it takes input from its own processes
+  KeepDescriptors(FD_SETSIZE, {line, line_, trace_.fd()});
   LimitThreadStacks();
   KeepFreedMemory();
   const ServiceWatch watch = {probeName_, &shared_->passes, [this, line] { HoldsPort(line); },
                               [this](const std::string& why) { Leave(kExitFailure, why); }};
   WatchOutput(watch);
+  char parentHasClosed = 0;
+  recv(line, &parentHasClosed, 1, 0);
+  close(line_);  // the last child's: this lets the port go
   const bool served = StartDnsSrv(configuration.servers, configuration.names);
   Leave(kExitFailure, served ? "the service has ended" : "the service could not be started");
 }
 
 void ServiceProcess::HoldsPort(int line) {
+  KeepPort(line);
   try {
     DropRights(user_);
+    // Only now: a thread that was there before would keep rights of its own.
+    std::thread([this, line] {
+      TakeFiles(line, trace_.fd());
+      Leave(kExitFailure, "the parent has gone");
+    }).detach();
   } catch (const Failure& failure) {
     Leave(failure.status, failure.why);
+  } catch (const std::system_error& error) {
+    Leave(kExitFailure, std::string("no thread: ") + error.what());
   }
-  // Only now: a thread that was there before would keep rights of its own.
-  std::thread([this, line] {
-    TakeFiles(line, trace_.fd());
-    Leave(kExitFailure, "the parent has gone");
-  }).detach();
-  shared_->bound = true;
+}
+
+void ServiceProcess::KeepPort(int line) {
+  for (int fd = STDERR_FILENO + 1; fd < FD_SETSIZE && !shared_->keepsPort; ++fd) {
+    sockaddr_in bound;
+    socklen_t length = sizeof(bound);
+    shared_->keepsPort = getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length) == 0 &&
+                         bound.sin_family == AF_INET && bound.sin_port == htons(kDnsPort) &&
+                         SendFile(line, fd);
+  }
 }
 
 void ServiceProcess::Leave(int status, const std::string& why) {
@@ -156,16 +188,7 @@ void ServiceProcess::Leave(int status, const std::string& why) {
   _exit(status);
 }
 
-void ServiceProcess::RenewTrace() const {
-  Message message;
-  cmsghdr* const header = CMSG_FIRSTHDR(&message);
-  header->cmsg_level = SOL_SOCKET;
-  header->cmsg_type = SCM_RIGHTS;
-  header->cmsg_len = CMSG_LEN(sizeof(int));
-  const int file = trace_.fd();
-  std::memcpy(CMSG_DATA(header), &file, sizeof(file));
-  sendmsg(line_, &message, MSG_DONTWAIT);  // fails when there is no child, or only an ending one
-}
+void ServiceProcess::RenewTrace() const { SendFile(line_, trace_.fd()); }
 
 void ServiceProcess::Kill(const std::string& why) {
   if (process_ != 0 && why_.empty()) {
@@ -174,7 +197,7 @@ void ServiceProcess::Kill(const std::string& why) {
   }
 }
 
-std::optional<std::string> ServiceProcess::Ended() {
+std::optional<std::string> ServiceProcess::Ended(bool served) {
   int status = 0;
   while (process_ != 0 && waitpid(process_, &status, WNOHANG | WUNTRACED) == process_) {
     if (WIFSTOPPED(status)) {
@@ -182,11 +205,9 @@ std::optional<std::string> ServiceProcess::Ended() {
       continue;
     }
     process_ = 0;
-    close(line_);
-    line_ = -1;
     // Bounded: a child that was taken over may have written anything.
     const std::string said(shared_->why, std::find(shared_->why, std::end(shared_->why), '\0'));
-    if (WIFEXITED(status) && WEXITSTATUS(status) == kExitNoRight) {
+    if (!served && WIFEXITED(status) && WEXITSTATUS(status) == kExitNoRight) {
       throw Failure{kExitNoRight, said};
     }
     if (!why_.empty() || !said.empty()) {

@@ -1,4 +1,10 @@
 // One child process for each StartDnsSrv call, seen from the parent.
+//
+// The port outlives the child that holds it. A child sends the socket that the service has bound to
+// its parent, which leaves it in the queue of their line: what lies there stays open. The next child
+// closes that queue the moment before it calls StartDnsSrv. A port that nobody has would answer at
+// once that nobody is there, and clients with a connected socket (dig, the C library) would have
+// used up all their tries by then; so they wait and ask again.
 #ifndef HOST_SERVICE_PROCESS_H_
 #define HOST_SERVICE_PROCESS_H_
 
@@ -36,26 +42,28 @@ class ServiceProcess {
   void Kill(const std::string& why);
 
   // Why the child has ended, if it has since the last call. One that was stopped is killed and
-  // comes up later. Does not wait. Throws Failure if it could not become the user it was to be.
-  std::optional<std::string> Ended();
+  // comes up later. Does not wait. Throws Failure if it could not become the user it was to be;
+  // one that has `served` says nothing about that any more.
+  std::optional<std::string> Ended(bool served);
+
+  // Whether the port is kept for the next child: another process cannot have it.
+  bool keepsPort() const { return shared_->keepsPort; }
 
   // Datagrams that the query threads of all children have taken up, probes included.
   std::uint64_t passes() const { return shared_->passes.load(std::memory_order_relaxed); }
-
-  // Whether the last child has got as far as to hold the port.
-  bool bound() const { return shared_->bound; }
 
  private:
   // Memory of parent and child.
   struct Shared {
     std::atomic<std::uint64_t> passes;
-    std::atomic<bool> bound;
+    std::atomic<bool> keepsPort;
     char why[256];  // the child leaves; read after its end
   };
 
   // In the child.
   [[noreturn]] void Run(const Configuration& configuration, int line) noexcept;
   void HoldsPort(int line);
+  void KeepPort(int line);
   [[noreturn]] void Leave(int status, const std::string& why);
 
   Trace& trace_;
@@ -64,7 +72,7 @@ class ServiceProcess {
   Shared* const shared_;
   pid_t process_ = 0;
   std::mutex leaving_;  // the child's: locked for good by the thread that leaves
-  int line_ = -1;       // to the child, which ends when it is closed
+  int line_ = -1;       // to the child, which ends when it is closed; or from the last one
   std::string why_;     // it was killed; empty if it was not
 };
 

@@ -18,7 +18,7 @@
 namespace {
 
 // A child that has served is followed at once, but not more often than this.
-constexpr Milliseconds kBetweenStarts{50};
+constexpr Milliseconds kBetweenStarts{20};
 
 // One that has not: after 100 ms, 200 ms and so on up to 5 s.
 constexpr Milliseconds kFirstDelay{100};
@@ -26,6 +26,7 @@ constexpr Milliseconds kLongestDelay{5000};
 
 // A child is asked again and again until it answers for the first time.
 constexpr Milliseconds kStartTimeout{2000};
+constexpr int kMaxDoublings = 5;  // of that time
 constexpr Milliseconds kStartInterval{20};
 
 constexpr Milliseconds kProbeTimeout{200};
@@ -67,7 +68,7 @@ void Supervisor::Run() {
       Reload();
     }
     Receive();
-    if (const std::optional<std::string> why = service_.Ended()) {
+    if (const std::optional<std::string> why = service_.Ended(serving_)) {
       Ended(*why);
     }
     if (service_.id() == 0 && now_ >= startAt_) {
@@ -92,8 +93,12 @@ void Supervisor::Start() {
   serving_ = false;
   waiting_ = false;
   probeAt_ = now_;
+  probeId_ = static_cast<std::uint16_t>(random_());
+  passesAtStart_ = service_.passes();
   try {
-    CheckPort();
+    if (!service_.keepsPort()) {
+      CheckPort();
+    }
     service_.Start(running_);
     complaint_.clear();
   } catch (const Failure& failure) {
@@ -111,7 +116,7 @@ void Supervisor::Ended(const std::string& why) {
     Log("warning",
         "starting the service again: " + why + " (number " + std::to_string(restartCount_) + ")");
   }
-  StartAgain(service_.bound());
+  StartAgain(service_.passes() != passesAtStart_);
 }
 
 void Supervisor::StartAgain(bool served) {
@@ -137,24 +142,28 @@ void Supervisor::LookAround() {
 void Supervisor::Probe() {
   // A query thread that takes up datagrams is alive: the probe, or its answer, was lost to load.
   const bool late = waiting_ && service_.passes() == passesAtProbe_;
-  if (late && (serving_ || now_ >= startedAt_ + kStartTimeout)) {
+  // A start that takes too long may have many names to take in: the next one has more time.
+  const Milliseconds timeout = kStartTimeout * (1 << std::min(failedStarts_, kMaxDoublings));
+  if (late && (serving_ || now_ >= startedAt_ + timeout)) {
     service_.Kill(serving_ ? "service does not answer" : "service does not come up");
   }
   passesAtProbe_ = service_.passes();
   waiting_ = true;
   askedAt_ = now_;
   probeAt_ = now_ + (serving_ ? kProbeTimeout : kStartInterval);
-  Ask(questions_, htonl(INADDR_LOOPBACK), static_cast<std::uint16_t>(random_()), probeName_,
-      kTypePtr);
+  Ask(questions_, htonl(INADDR_LOOPBACK), probeId_, probeName_, kTypePtr);
 }
 
 void Supervisor::Receive() {
-  while (const std::optional<Response> response = ReceiveResponse(questions_)) {
-    if (response->server != htonl(INADDR_LOOPBACK)) {
-      monitor_.Answered(now_, *response);
+  for (const Response& response : ReceiveResponses(questions_)) {
+    if (response.server != htonl(INADDR_LOOPBACK)) {
+      monitor_.Answered(now_, response);
       continue;
     }
     ++probesAnswered_;
+    if (response.id != probeId_) {
+      continue;  // the last child's
+    }
     waiting_ = false;
     serving_ = true;
     answeredAt_ = now_;
@@ -180,11 +189,16 @@ void Supervisor::FollowUpstreams() {
 
 void Supervisor::Reload() {
   resolvConf_ = ReadResolvConf();
+  // Each by itself: a hosts file that went wrong does not keep the servers of a new network away.
   try {
-    configuration_ = LoadConfiguration(options_);
+    configuration_.names = LoadNames(options_);
   } catch (const Failure& failure) {
-    Log("warning", failure.why + "; the service runs on with what it has");
-    return;
+    Log("warning", failure.why + "; the service runs on with the names that it has");
+  }
+  try {
+    configuration_.servers = LoadServers(options_);
+  } catch (const Failure& failure) {
+    Log("warning", failure.why + "; the service runs on with the servers that it has");
   }
   monitor_.Watch(configuration_.servers, now_);
   if (configuration_.names != running_.names) {
@@ -237,6 +251,7 @@ std::string Supervisor::Report() const {
                     {"host_process", std::to_string(getpid())},
                     {"service_process", std::to_string(service_.id())},
                     {"queries", std::to_string(Queries())},
+                    {"error", complaint_.empty() ? "null" : Quoted(complaint_)},
                     {"last_probe_s_ago", answeredAt_ ? Seconds(now_ - *answeredAt_) : "null"},
                     {"upstreams", Array(upstreams)},
                     {"restarts", std::to_string(restartCount_)},

@@ -76,12 +76,14 @@ class Supervisor {
   int failedStarts_ = 0;   // in a row
   bool serving_ = false;   // the child has answered
   bool ready_ = false;     // the service manager has been told so
-  std::string complaint_;  // the last one
+  std::string complaint_;  // the last one; empty since a start that went well
 
   TimePoint probeAt_ = now_;  // the next one
   bool waiting_ = false;      // the last one has no answer yet
   TimePoint askedAt_ = now_;
   std::optional<TimePoint> answeredAt_;
+  std::uint16_t probeId_ = 0;  // one for each child
+  std::uint64_t passesAtStart_ = 0;
   std::uint64_t passesAtProbe_ = 0;
   std::uint64_t probesAnswered_ = 0;
 

@@ -1,8 +1,10 @@
 """Least privilege: what the processes may still do once the service runs."""
 
+import fcntl
 import os
 import pathlib
 import subprocess
+import termios
 import unittest
 
 import hosting
@@ -72,6 +74,21 @@ class Rights(unittest.TestCase):
                     self.assertEqual(int(thread["CapPrm"], 16), 0)
             finally:
                 process.terminate()
+
+    def test_service_has_no_terminal(self):
+        # TIOCSTI would put words into the mouth of who has started the host there.
+        reader, terminal = os.openpty()
+        def take():
+            os.setsid()
+            fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
+        with Host(*NAMES, stderr=terminal, preexec_fn=take) as host:
+            os.close(terminal)
+            host.serving()
+            terminal_of = lambda process: int(
+                pathlib.Path(f"/proc/{process}/stat").read_text().rsplit(")", 1)[1].split()[4])
+            self.assertNotEqual(terminal_of(host.process.pid), 0)
+            self.assertEqual(terminal_of(host.child()), 0)
+        os.close(reader)
 
     def test_service_has_the_trace_and_its_sockets_and_nothing_else_open(self):
         with Host(*NAMES) as host:

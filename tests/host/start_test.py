@@ -11,7 +11,7 @@ import tempfile
 import time
 
 import hosting
-from hosting import Host, leaves, resolve, wait_for
+from hosting import Host, leaves, resolve, send, wait_for
 
 SERVER = ("--server", "127.0.0.2")
 USER = () if hosting.has_all_users() else ("--user", "root")
@@ -33,6 +33,9 @@ class BadInput(hosting.TestCase):
                 (("--user", "no-such-user"), "there is no such user"),
                 (("--trace", "/dev/null"), "not a regular file"),
                 (("--trace-size", "many"), "--trace-size"),
+                (("--trace-size", "-5"), "--trace-size"),
+                (("--trace-size", "0"), "--trace-size"),
+                (("--hosts", "/dev/null"), "/dev/null: cannot be read, or is not a regular file"),
                 (("--probe-interval", "0"), "--probe-interval"),
                 (("--json",), "--status"),
                 (("--no-such-option",), "--no-such-option"),
@@ -49,7 +52,8 @@ class BadInput(hosting.TestCase):
         self.assertEqual(status, 0, said)
         self.assertIn("a.example: 192.0.2.1", said)
         self.assertIn("wins over 192.0.2.2", said)
-        self.assertIn("upstream servers: 127.0.0.2; static names: 1", said)
+        self.assertIn("upstream servers: 127.0.0.2\n", said)
+        self.assertIn("static names: 1\n", said)
         self.assertIn("everything is in order", said)
 
     def test_check_leaves_the_trace_file_alone(self):
@@ -61,6 +65,31 @@ class BadInput(hosting.TestCase):
             status, said = leaves(*SERVER, "--trace", path, "--check")
             self.assertEqual((status, path.read_text()), (0, "old\n"), said)
             path.unlink()
+
+    def test_check_looks_at_the_socket_and_leaves_nothing(self):
+        with tempfile.TemporaryDirectory() as folder:
+            path = folder + "/status"
+            status, said = leaves(*SERVER, "--socket", path, "--check")
+            self.assertEqual((status, os.listdir(folder)), (0, []), said)
+            for bad in (folder + "/none/status", folder + "/" + "x" * 200):
+                status, said = leaves(*SERVER, "--socket", bad, "--check")
+                self.assertEqual(status, 1, said)
+                self.assertIn("error: --socket " + bad, said)
+
+    def test_files_are_read_with_the_rights_that_the_host_keeps(self):
+        if not hosting.has_all_users():
+            self.skipTest("only root exists in this namespace")
+        # What root could read at the start alone could not be read again.
+        with tempfile.NamedTemporaryFile("w") as hosts:
+            os.chown(hosts.name, 1, 1)
+            status, said = leaves(*SERVER, "--hosts", hosts.name, "--check")
+        self.assertEqual(status, 2, said)
+        self.assertIn("cannot be read", said)
+
+    def test_bad_input_is_told_before_a_port_that_is_taken(self):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sock:
+            sock.bind(("127.0.0.1", 53))
+            self.assertEqual(leaves(*SERVER, "--map", "name")[0], 2)
 
     def test_version_and_help_go_to_standard_output(self):
         for option, text in (("--version", "dns_proxy_host 1."), ("--help", "--map")):
@@ -230,6 +259,20 @@ class Manners(hosting.TestCase):
                         host.stop()
                         self.assertEqual(manager.recv(100), b"STOPPING=1")
 
+    def test_terminal_that_nobody_reads_holds_nothing_up(self):
+        reader, terminal = os.openpty()
+        with Host(*SERVER, "--map", "a.example=192.0.2.1", "--trace", "-", stdout=terminal, stderr=terminal) as host:
+            os.close(terminal)
+            host.serving()
+            for _ in range(300):  # several times what a terminal holds
+                host.hang_up()
+                self.assertEqual(resolve("a.example"), "192.0.2.1")
+            self.assertEqual(host.restarts(), 0)
+            send(hosting.KILLERS["runt"])
+            self.assertEqual(resolve("a.example"), "192.0.2.1")
+            self.assertEqual(host.stop()[0], 0)
+        os.close(reader)
+
     def test_own_messages_have_time_and_level(self):
         with Host(*SERVER) as host:
             host.serving()
@@ -252,7 +295,7 @@ class Manners(hosting.TestCase):
                 restarts = host.restarts()
                 write("nonsense\n")
                 host.hang_up()
-                wait_for(lambda: "runs on with what it has" in host.log(), "a line about it")
+                wait_for(lambda: "runs on with the names that it has" in host.log(), "a line about it")
                 host.hang_up()  # nothing has changed: nothing is restarted
                 self.assertEqual(resolve("a.example"), "192.0.2.2")
                 self.assertEqual(host.restarts(), restarts)

@@ -86,6 +86,35 @@ class Supervision(hosting.TestCase):
                     send(datagram)
                     self.assertEqual(resolve("a.example"), "192.0.2.1")
 
+    def test_port_is_not_seen_closed_between_two_services(self):
+        # Two bad datagrams in a row: the second service is started some time after the first.
+        with Host(*NAMES) as host:
+            host.serving()
+            answered = 0
+            for round_number in range(30):
+                time.sleep(0.1)
+                for _ in range(2):
+                    send(KILLERS["runt"])
+                    time.sleep(0.007)
+                time.sleep(round_number % 3 * 0.005)
+                answered += resolve("a.example", wait=0.3) == "192.0.2.1"
+            # A few tenths of a millisecond remain in which it is closed.
+            self.assertGreaterEqual(answered, 29)
+
+    def test_start_that_fails_behind_the_bind_is_tried_less_and_less_often_too(self):
+        if not hosting.has_all_users():
+            self.skipTest("only root exists in this namespace")
+        if hosting.SANITIZED:
+            self.skipTest("the sanitizer's own threads would be refused first")
+        # A user who may have two threads: the service gets its port, but not its workers.
+        few = lambda: resource.setrlimit(resource.RLIMIT_NPROC, (2, 1000))
+        with Host(*NAMES, user="games", preexec_fn=few) as host:
+            wait_for(lambda: "could not be started" in host.log(), "a failed start")
+            time.sleep(2)
+            self.assertLess(host.restarts(), 10)
+            resource.prlimit(host.process.pid, resource.RLIMIT_NPROC, (1000, 1000))
+            self.assertEqual(wait_for(lambda: resolve("a.example", wait=0.3), "an answer"), "192.0.2.1")
+
     def test_200_restarts_leave_no_zombie_and_no_descriptor(self):
         with Host(*BY_EVENT) as host:
             host.serving()

@@ -1,5 +1,6 @@
 """The right upstream servers: found, followed when the network changes, left when they are silent."""
 
+import os
 import pathlib
 import subprocess
 import tempfile
@@ -50,7 +51,7 @@ class ResolvConf(hosting.TestCase):
             wait_for(lambda: resolve("a.example", wait=0.3) and upstreams[1].asked, "an answer from it")
             # A file without a server (the network is down): the last ones stay.
             self.file.write_text("# nothing\n")
-            wait_for(lambda: "runs on with what it has" in host.log(), "a line about it")
+            wait_for(lambda: "runs on with the servers that it has" in host.log(), "a line about it")
             self.assertEqual(host.status()["upstreams"][0]["address"], "192.0.2.2")
             self.assertEqual(resolve("b.example"), address_of("b.example"))
 
@@ -73,7 +74,31 @@ class ResolvConf(hosting.TestCase):
         self.file.write_text("nameserver 192.0.2.1\n")
         status, said = leaves("--server", "192.0.2.9", "--check")
         self.assertEqual(status, 0, said)
-        self.assertIn("upstream servers: 192.0.2.9;", said)
+        self.assertIn("upstream servers: 192.0.2.9\n", said)
+
+    def test_file_that_is_none_is_no_server_and_does_not_end_the_host(self):
+        real = pathlib.Path("/etc/resolv.conf").resolve()
+        self.file.write_text("nameserver 192.0.2.1\n")
+        with Host("--probe-interval", "50") as host:
+            host.serving()
+            subprocess.run(["umount", str(real)], check=True)
+            subprocess.run(["mount", "--bind", "/dev/null", str(real)], check=True)
+            wait_for(lambda: "runs on with the servers that it has" in host.log(), "a line about it")
+            self.assertEqual(leaves(*USER)[0], 5)
+            self.assertEqual(host.status()["upstreams"][0]["address"], "192.0.2.1")
+
+    def test_network_change_is_followed_also_while_a_hosts_file_is_broken(self):
+        hosts = pathlib.Path(self.folder.name, "hosts")
+        hosts.write_text("192.0.2.9 a.example\n")
+        self.file.write_text("nameserver 192.0.2.1\n")
+        os.chmod(self.folder.name, 0o755)
+        with Host("--hosts", hosts) as host:
+            host.serving()
+            hosts.unlink()
+            self.file.write_text("nameserver 192.0.2.2\n")
+            wait_for(lambda: host.status()["upstreams"][0]["address"] == "192.0.2.2", "the new server")
+            self.assertIn("runs on with the names that it has", host.log())
+            self.assertEqual(resolve("a.example"), "192.0.2.9")
 
 
 class FailOver(hosting.TestCase):
