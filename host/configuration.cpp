@@ -51,7 +51,7 @@ std::vector<std::string> LoadServers(const Options& options) {
     throw Failure{kExitBadInput, "--server: too many servers"};
   }
   const bool local = options.servers.empty();
-  const std::vector<std::string> loaded = local ? ReadLocalUpstreams() : options.servers;
+  std::vector<std::string> loaded = local ? ReadLocalUpstreams() : options.servers;
   Log("info", std::string("upstream servers") + (local ? " from /etc/resolv.conf" : "") + ": " +
                   Joined(loaded));
   return loaded;
