@@ -6,6 +6,7 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 
 #include "host/configuration.h"
 #include "host/descriptors.h"
@@ -26,25 +27,15 @@ namespace {
 // Descriptors from this number on are left: nobody hands out so many.
 constexpr int kMaxInherited = 65536;
 
-// Only root can see whose the port is, so it looks before it gives that right up; what is wrong
-// with the input is told first all the same.
-std::exception_ptr LookAtPort() {
-  try {
-    CheckPort();
-    return nullptr;
-  } catch (const Failure&) {
-    return std::current_exception();
-  }
-}
-
 void Host(const Options& options) {
   // What the starting process left open is none of ours.
   KeepDescriptors(kMaxInherited);
   UnblockTerminals();
 
-  // Everything that can be wrong, before anything runs, and with the rights that it will have then.
+  // Everything that can be wrong, before anything runs and with the rights that are kept. Only whose
+  // the port is takes more to see; a fault of the input is told before it all the same.
   const User user = FindUser(options.user);
-  const std::exception_ptr portFault = LookAtPort();
+  const std::optional<Failure> portFault = PortFault();
   KeepParentRights();
   static Trace trace(options.trace, options.traceSize, options.traceKeep);  // as `stdout` is
   options.check ? trace.TryOpen() : trace.Open();
@@ -53,7 +44,7 @@ void Host(const Options& options) {
   configuration.names = LoadNames(options);
   configuration.servers = LoadServers(options);
   if (portFault) {
-    std::rethrow_exception(portFault);
+    throw Failure(*portFault);
   }
   CatchSignals();
   const int statusListener = options.socket.empty() ? -1 : ListenUnix(options.socket);

@@ -90,7 +90,7 @@ sockaddr_in DnsAddress(in_addr_t host) {
   return address;
 }
 
-void CheckPort() {
+std::optional<Failure> PortFault() {
   const int sock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   const sockaddr_in address = DnsAddress(htonl(INADDR_LOOPBACK));
   const bool free =
@@ -100,12 +100,13 @@ void CheckPort() {
   const std::string port = "UDP 127.0.0.1 port 53: ";
   if (error == EADDRINUSE) {
     const std::string holder = PortHolder();
-    throw Failure{kExitPortTaken, port + "taken" + (holder.empty() ? kHowToAsk : " by " + holder)};
+    return Failure{kExitPortTaken, port + "taken" + (holder.empty() ? kHowToAsk : " by " + holder)};
   }
   if (error == EACCES || error == EPERM) {
-    throw Failure{kExitNoRight, port + "no right to it: " + kHowToStart};
+    return Failure{kExitNoRight, port + "no right to it: " + kHowToStart};
   }
   if (error != 0) {
-    throw Failure{kExitFailure, port + std::strerror(error)};
+    return Failure{kExitFailure, port + std::strerror(error)};
   }
+  return std::nullopt;
 }

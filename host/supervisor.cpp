@@ -96,8 +96,9 @@ void Supervisor::Start() {
   probeId_ = static_cast<std::uint16_t>(random_());
   passesAtStart_ = service_.passes();
   try {
-    if (!service_.keepsPort()) {
-      CheckPort();
+    const std::optional<Failure> fault = service_.keepsPort() ? std::nullopt : PortFault();
+    if (fault) {
+      throw Failure(*fault);
     }
     service_.Start(running_);
     complaint_.clear();
