@@ -41,15 +41,28 @@ struct Message : msghdr {
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
 };
 
-// Fails when nobody is at the other end. Does not wait.
-bool SendFile(int line, int file) {
+// Does nothing when nobody is at the other end. Does not wait.
+void SendFile(int line, int file) {
   Message message;
   cmsghdr* const header = CMSG_FIRSTHDR(&message);
   header->cmsg_level = SOL_SOCKET;
   header->cmsg_type = SCM_RIGHTS;
   header->cmsg_len = CMSG_LEN(sizeof(int));
   std::memcpy(CMSG_DATA(header), &file, sizeof(file));
-  return sendmsg(line, &message, MSG_DONTWAIT) == 1;
+  sendmsg(line, &message, MSG_DONTWAIT);
+}
+
+// Sends the socket that the service has bound.
+void SendPort(int line) {
+  for (int fd = STDERR_FILENO + 1; fd < FD_SETSIZE; ++fd) {
+    sockaddr_in bound;
+    socklen_t length = sizeof(bound);
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length) == 0 &&
+        bound.sin_family == AF_INET && bound.sin_port == htons(kDnsPort)) {
+      SendFile(line, fd);
+      return;
+    }
+  }
 }
 
 // The child's thread of its own: puts each file that comes in the place of the one behind `trace`,
@@ -136,7 +149,6 @@ void ServiceProcess::Start(const Configuration& configuration) {
   // Now the child alone keeps the port, and may let it go.
   close(line_);
   line_ = ends[0];
-  shared_->keepsPort = false;
   send(line_, "", 1, 0);
 }
 
@@ -156,7 +168,7 @@ void ServiceProcess::Run(const Configuration& configuration, int line) noexcept 
 }
 
 void ServiceProcess::HoldsPort(int line) {
-  KeepPort(line);
+  SendPort(line);
   try {
     DropRights(user_);
     // Only now: a thread that was there before would keep rights of its own.
@@ -171,21 +183,17 @@ void ServiceProcess::HoldsPort(int line) {
   }
 }
 
-void ServiceProcess::KeepPort(int line) {
-  for (int fd = STDERR_FILENO + 1; fd < FD_SETSIZE && !shared_->keepsPort; ++fd) {
-    sockaddr_in bound;
-    socklen_t length = sizeof(bound);
-    shared_->keepsPort = getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length) == 0 &&
-                         bound.sin_family == AF_INET && bound.sin_port == htons(kDnsPort) &&
-                         SendFile(line, fd);
-  }
-}
-
 void ServiceProcess::Leave(int status, const std::string& why) {
   leaving_.lock();  // for good: of two threads that want to leave, the first gives the reason
   why.copy(shared_->why, sizeof(shared_->why) - 1);
   // The workers may be running: no destructor, no handler.
   _exit(status);
+}
+
+bool ServiceProcess::KeepsPort() const {
+  // Asked of the system: a child may be killed before it could say what it has sent.
+  char byte = 0;
+  return recv(line_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
 }
 
 void ServiceProcess::RenewTrace() const { SendFile(line_, trace_.fd()); }

@@ -43,11 +43,11 @@ class ServiceProcess {
 
   // Why the child has ended, if it has since the last call. One that was stopped is killed and
   // comes up later. Does not wait. Throws Failure if it could not become the user it was to be;
-  // one that has `served` says nothing about that any more.
+  // once one has `served` that is no more than a reason to start again.
   std::optional<std::string> Ended(bool served);
 
-  // Whether the port is kept for the next child: another process cannot have it.
-  bool keepsPort() const { return shared_->keepsPort; }
+  // Whether the last child's line keeps the port for the next one: no other process can have it.
+  bool KeepsPort() const;
 
   // Datagrams that the query threads of all children have taken up, probes included.
   std::uint64_t passes() const { return shared_->passes.load(std::memory_order_relaxed); }
@@ -56,14 +56,12 @@ class ServiceProcess {
   // Memory of parent and child.
   struct Shared {
     std::atomic<std::uint64_t> passes;
-    std::atomic<bool> keepsPort;
     char why[256];  // the child leaves; read after its end
   };
 
   // In the child.
   [[noreturn]] void Run(const Configuration& configuration, int line) noexcept;
   void HoldsPort(int line);
-  void KeepPort(int line);
   [[noreturn]] void Leave(int status, const std::string& why);
 
   Trace& trace_;

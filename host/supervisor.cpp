@@ -68,7 +68,7 @@ void Supervisor::Run() {
       Reload();
     }
     Receive();
-    if (const std::optional<std::string> why = service_.Ended(serving_)) {
+    if (const std::optional<std::string> why = service_.Ended(ready_)) {
       Ended(*why);
     }
     if (service_.id() == 0 && now_ >= startAt_) {
@@ -96,7 +96,7 @@ void Supervisor::Start() {
   probeId_ = static_cast<std::uint16_t>(random_());
   passesAtStart_ = service_.passes();
   try {
-    const std::optional<Failure> fault = service_.keepsPort() ? std::nullopt : PortFault();
+    const std::optional<Failure> fault = service_.KeepsPort() ? std::nullopt : PortFault();
     if (fault) {
       throw Failure(*fault);
     }
@@ -214,6 +214,7 @@ void Supervisor::RenewTrace(bool rotate) {
   try {
     rotate ? trace_.Rotate() : trace_.Open();
     service_.RenewTrace();
+    complaint_.clear();
   } catch (const Failure& failure) {
     Complain(failure.why);
   }
