@@ -69,6 +69,6 @@ void DropRights(const User& user) {
   dropped = dropped && KeepCapabilities(0);
 #endif
   if (!dropped) {
-    throw SystemFailure("--user: cannot run as '" + user.name + "'", kExitNoRight);
+    throw SystemFailure("cannot run as '" + user.name + "' (--user chooses another)", kExitNoRight);
   }
 }
