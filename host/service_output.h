@@ -5,7 +5,7 @@
 // on that very thread and before the next one, which is used for more than the trace:
 //
 //   bound         the line after the bind: this process still has one thread, and the right to the
-//                 port is no longer needed
+//                 port is no longer needed; the socket can be kept
 //   worker ended  a worker cannot end without having printed a line on its way, so its thread has
 //                 passed through here: an object of that thread is destroyed when the thread ends
 //

@@ -36,10 +36,7 @@ void WaitFor(std::initializer_list<int> descriptors, TimePoint until) {
       FD_SET(fd, &readable);
     }
   }
-  // Rounded up: not to wake a moment too early and go round again.
-  const auto left = std::clamp(std::chrono::ceil<Milliseconds>(until - Clock::now()),
-                               Milliseconds(0), Milliseconds(3600000))
-                        .count();
+  const auto left = std::min(Left(until), Milliseconds(3600000)).count();
   const timespec timeout = {left / 1000, left % 1000 * 1000000};
   sigset_t none;
   sigemptyset(&none);

@@ -89,10 +89,8 @@ void PrintStatus(const std::string& path, bool json) {
   char bytes[1024];
   ssize_t size = 0;
   const TimePoint until = Clock::now() + kPatience;
-  const auto left = [until] {
-    return static_cast<int>(std::chrono::ceil<Milliseconds>(until - Clock::now()).count());
-  };
-  while (sock != -1 && text.size() < kMaxStatus && poll(&answer, 1, std::max(left(), 0)) == 1 &&
+  while (sock != -1 && text.size() < kMaxStatus &&
+         poll(&answer, 1, static_cast<int>(Left(until).count())) == 1 &&
          (size = read(sock, bytes, sizeof(bytes))) > 0) {
     text.append(bytes, static_cast<std::size_t>(size));
   }

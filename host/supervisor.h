@@ -5,8 +5,8 @@
 //   serving   probed, and its servers watched
 //
 // A child that ends, is stopped, does not come up or no longer answers leads back to waiting: for
-// as good as no time after it has held the port, longer and longer when starting fails again and
-// again.
+// as good as no time after it has taken up a datagram, longer and longer when starting fails again
+// and again.
 #ifndef HOST_SUPERVISOR_H_
 #define HOST_SUPERVISOR_H_
 
@@ -32,8 +32,8 @@ class Supervisor {
   Supervisor(const Options& options, const Configuration& configuration, const User& user,
              Trace& trace, int statusListener);
 
-  // Runs until SIGTERM or SIGINT. Throws Failure when no child can become the user. Leaves nothing
-  // behind either way.
+  // Runs until SIGTERM or SIGINT. Throws Failure when no child can become the user, unless one
+  // has before. Leaves nothing behind either way.
   void Run();
 
  private:
@@ -75,8 +75,8 @@ class Supervisor {
   TimePoint startedAt_ = now_;
   int failedStarts_ = 0;   // in a row
   bool serving_ = false;   // the child has answered
-  bool ready_ = false;     // the service manager has been told so
-  std::string complaint_;  // the last one; empty since a start that went well
+  bool ready_ = false;     // one has, and the service manager has been told so
+  std::string complaint_;  // what went wrong last; empty since a start or a trace file that did not
 
   TimePoint probeAt_ = now_;  // the next one
   bool waiting_ = false;      // the last one has no answer yet

@@ -45,10 +45,11 @@ void Trace::Open() {
 }
 
 void Trace::TryOpen() const {
-  const bool there = access(path_.c_str(), F_OK) == 0;
-  if (IsFile()) {
-    close(OpenFile(path_));
+  if (!IsFile()) {
+    return;
   }
+  const bool there = access(path_.c_str(), F_OK) == 0;
+  close(OpenFile(path_));
   if (!there) {
     unlink(path_.c_str());
   }

@@ -1,5 +1,6 @@
 """A start that explains itself: input, port, rights, descriptors, and the way out."""
 
+import fcntl
 import os
 import pathlib
 import resource
@@ -185,6 +186,22 @@ class Surroundings(hosting.TestCase):
         finally:
             for fd in files:
                 os.close(fd)
+
+    def test_descriptor_above_the_limit_that_the_host_is_started_with_is_closed(self):
+        soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+        if hard != resource.RLIM_INFINITY and hard < 1600:
+            self.skipTest("too few descriptors allowed")
+
+        def high():
+            resource.setrlimit(resource.RLIMIT_NOFILE, (1600, hard))
+            fcntl.fcntl(0, fcntl.F_DUPFD, 1500)
+            resource.setrlimit(resource.RLIMIT_NOFILE, (1024, hard))
+
+        with Host(*SERVER, close_fds=False, preexec_fn=high) as host:
+            host.serving()
+            for process in (host.process.pid, host.child()):
+                numbers = [int(path.name) for path in pathlib.Path(f"/proc/{process}/fd").iterdir()]
+                self.assertLess(max(numbers), 16)
 
     def test_closed_standard_descriptors_are_filled(self):
         with Host(*SERVER, "--map", "a.example=192.0.2.1", preexec_fn=lambda: (os.close(0), os.close(1))) as host:
