@@ -15,12 +15,12 @@ namespace {
 // Past the end of the list: no method is left.
 void AnswerNoSuchName(unsigned short id, const RequestTable::Position& position) {
   const DnsRequest& request = *position->second;
-  TRACE("TryNextDNSQueryMethod", " no more DNS methods, send no such name response\n");
+  TraceFrom("TryNextDNSQueryMethod")(" no more DNS methods, send no such name response\n");
 
   unsigned char response[kMaxMessageSize];
   MakeNoSuchNameResponse(request.QueryBuf, request.iQueryLen, request.AppQueryID, response);
   if (SendDatagram(g_SockToClientApps, response, request.iQueryLen, request.ClientAddr) == -1) {
-    TRACE("TryNextDNSQueryMethod", "TryNextDNSQueryMethod: id: %u, sendto failed\n", id);
+    TraceFrom("TryNextDNSQueryMethod")("TryNextDNSQueryMethod: id: %u, sendto failed\n", id);
   }
   g_DnsRequestTable.Delete(position);
 }
@@ -36,11 +36,11 @@ void AnswerFromHostMap(unsigned short id, const RequestTable::Position& position
   const int length =
       MakeHostAnswer(answer, request.iQueryLen, record, request.AppQueryID, request.QueryType);
 
-  TRACE("TryNextDNSQueryMethod", " find %s from hostmap, ip:%s, req id:%d\n",
-        request.strDomain.c_str(), Ipv4Text(record.Address).text, id);
+  TraceFrom("TryNextDNSQueryMethod")(" find %s from hostmap, ip:%s, req id:%d\n",
+                                     request.strDomain.c_str(), Ipv4Text(record.Address).text, id);
 
   if (SendDatagram(g_SockToClientApps, answer, length, request.ClientAddr) == -1) {
-    TRACE("TryNextDNSQueryMethod", "DNS service: sendto for host map failed\n");
+    TraceFrom("TryNextDNSQueryMethod")("DNS service: sendto for host map failed\n");
   }
   g_DnsRequestTable.Delete(position);
 }
@@ -61,21 +61,21 @@ void ForwardToServer(unsigned short id, const RequestTable::Position& position,
 }  // namespace
 
 void TryNextDNSQueryMethod(unsigned short id, bool bReasonIsTimeout) {
-  TRACE("TryNextDNSQueryMethod", "TryNextDNSQueryMethod: id: %d, bReasonIsTimeout:%d\n", id,
-        bReasonIsTimeout ? 1 : 0);
+  TraceFrom("TryNextDNSQueryMethod")("TryNextDNSQueryMethod: id: %d, bReasonIsTimeout:%d\n", id,
+                                     bReasonIsTimeout ? 1 : 0);
 
   RequestTable::Position position;
   if (!g_DnsRequestTable.Find(id, position)) {
     // The identifier stands in the place of a name too: the line has one for it and none is known.
-    TRACE("TryNextDNSQueryMethod", "TryNextDNSQueryMethod: %u: id: %u, request not found\n", id,
-          id);
+    TraceFrom("TryNextDNSQueryMethod")("TryNextDNSQueryMethod: %u: id: %u, request not found\n", id,
+                                       id);
     return;
   }
   DnsRequest& request = *position->second;
   const unsigned char methodIndex = MethodIndex(request);
   const std::size_t methodCount = request.vecDnsMethods.size();
-  TRACE("TryNextDNSQueryMethod", " CurrentDNSMethodIndex: %d, DnsListSize:%d\n", methodIndex,
-        static_cast<int>(methodCount));
+  TraceFrom("TryNextDNSQueryMethod")(" CurrentDNSMethodIndex: %d, DnsListSize:%d\n", methodIndex,
+                                     static_cast<int>(methodCount));
 
   // First, is there a method left? The count is taken to 16 bits, by design.
   if (methodIndex >= static_cast<unsigned short>(methodCount)) {

@@ -38,12 +38,12 @@ void ExtractDomain(const unsigned char* packet, int len, char* out, int outLen,
     // The length byte, signed: 0x80 and above, every compression pointer among them, is negative.
     const int labelLength = static_cast<signed char>(packet[in]);
     if (labelLength < 0) {
-      TRACE("ExtractDomain", "ExtractDomain invalid value:%d\n", labelLength);
+      TraceFrom("ExtractDomain")("ExtractDomain invalid value:%d\n", labelLength);
       break;
     }
     if (labelLength > outEnd - o) {
-      TRACE("ExtractDomain", "ExtractDomain: buffer overflow when parsing qname, chunk_len: %d\n",
-            labelLength);
+      TraceFrom("ExtractDomain")(
+          "ExtractDomain: buffer overflow when parsing qname, chunk_len: %d\n", labelLength);
       break;
     }
 
@@ -56,8 +56,8 @@ void ExtractDomain(const unsigned char* packet, int len, char* out, int outLen,
     o += labelLength;
 
     if (o == outEnd) {
-      TRACE("ExtractDomain", "ExtractDomain: buffer overflow when add suffix dot, chunk_len: %d\n",
-            labelLength);
+      TraceFrom("ExtractDomain")(
+          "ExtractDomain: buffer overflow when add suffix dot, chunk_len: %d\n", labelLength);
       // The one way to fill the space to its last byte: the text ends there instead.
       out[o - 1] = '\0';
       break;

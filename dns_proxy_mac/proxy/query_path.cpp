@@ -31,34 +31,35 @@ bool RecvAndProcessPacketsFromLocalApps(int sock) {
   socklen_t senderLength = sizeof(sender);
 
   if (sock == -1) {
-    TRACE("RecvAndProcessPacketsFromLocalApps",
-          "RecvAndProcessPacketsFromLocalApps: socket fd is invalid\n");
+    TraceFrom("RecvAndProcessPacketsFromLocalApps")(
+        "RecvAndProcessPacketsFromLocalApps: socket fd is invalid\n");
     return false;
   }
   const int length = static_cast<int>(
       recvfrom(sock, query, sizeof(query), 0, reinterpret_cast<sockaddr*>(&sender), &senderLength));
   if (length == -1) {
-    TRACE("RecvAndProcessPacketsFromLocalApps",
-          "RecvAndProcessPacketsFromLocalApps: recv nothing...\n");
+    TraceFrom("RecvAndProcessPacketsFromLocalApps")(
+        "RecvAndProcessPacketsFromLocalApps: recv nothing...\n");
     return false;
   }
   const AddressText from = ApplicationText(sender);
-  TRACE("RecvAndProcessPacketsFromLocalApps", "FromAPP: received %d data from %s\n", length,
-        from.text);
+  TraceFrom("RecvAndProcessPacketsFromLocalApps")("FromAPP: received %d data from %s\n", length,
+                                                  from.text);
 
   // Is it a query that can be served? What is not ends the query thread, by design: the hosting
   // process starts the service anew.
   if (length < kDnsHeaderSize) {
-    TRACE("RecvAndProcessPacketsFromLocalApps", "FromAPP: query too short from %s\n", from.text);
+    TraceFrom("RecvAndProcessPacketsFromLocalApps")("FromAPP: query too short from %s\n",
+                                                    from.text);
     return false;
   }
   const DNSHeader header = ReadHeader(query);
   const DNSHeader* const pDNSHeader = &header;
   const unsigned short questionCount = _OSSwapInt16(pDNSHeader->QuestionCount);
-  TRACE("RecvAndProcessPacketsFromLocalApps", " pDNSHeader QuestionCount :%d\n", questionCount);
+  TraceFrom("RecvAndProcessPacketsFromLocalApps")(" pDNSHeader QuestionCount :%d\n", questionCount);
   if (questionCount != 1) {
-    TRACE("RecvAndProcessPacketsFromLocalApps", "FromAPP: QuestionCount invalid: %d, from: %s\n",
-          questionCount, from.text);
+    TraceFrom("RecvAndProcessPacketsFromLocalApps")(
+        "FromAPP: QuestionCount invalid: %d, from: %s\n", questionCount, from.text);
     return false;
   }
   unsigned short questionType = 0;
@@ -66,10 +67,11 @@ bool RecvAndProcessPacketsFromLocalApps(int sock) {
   ExtractDomain(query + kDnsHeaderSize, length - kDnsHeaderSize, domain, kDomainTextSize,
                 questionType, questionClass);
   if (domain[0] == '\0') {
-    TRACE("RecvAndProcessPacketsFromLocalApps", "FromAPP: domain is empty, from: %s\n", from.text);
+    TraceFrom("RecvAndProcessPacketsFromLocalApps")("FromAPP: domain is empty, from: %s\n",
+                                                    from.text);
     return false;
   }
-  TRACE("RecvAndProcessPacketsFromLocalApps", " received dns request............%s\n", domain);
+  TraceFrom("RecvAndProcessPacketsFromLocalApps")(" received dns request............%s\n", domain);
 
   // A request of its own, with its own copy of the methods, under the proxy's next identifier. The
   // identifier travels in machine order and is read back the same way; the application's stays as
@@ -96,8 +98,8 @@ bool RecvAndProcessPacketsFromLocalApps(int sock) {
   // When the identifier still belongs to a pending request this one is dropped, and the dispatch
   // below acts on the older one: by design.
   g_DnsRequestTable.Add(std::move(request));
-  TRACE("RecvAndProcessPacketsFromLocalApps", "FromAPP: the request domain is %s, id:%d\n", domain,
-        id);
+  TraceFrom("RecvAndProcessPacketsFromLocalApps")("FromAPP: the request domain is %s, id:%d\n",
+                                                  domain, id);
   TryNextDNSQueryMethod(id, false);
   return true;
 }

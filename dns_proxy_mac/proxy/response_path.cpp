@@ -42,25 +42,25 @@ bool RecvAndProcessPacketsFromDNSServer(int sock) {
   socklen_t senderLength = sizeof(sender);
 
   if (sock == -1) {
-    TRACE("RecvAndProcessPacketsFromDNSServer",
-          " RecvAndProcessPacketsFromDNSServer: socket fd is invalid\n");
+    TraceFrom("RecvAndProcessPacketsFromDNSServer")(
+        " RecvAndProcessPacketsFromDNSServer: socket fd is invalid\n");
     return false;
   }
   const int length = static_cast<int>(recvfrom(
       sock, answer, sizeof(answer), 0, reinterpret_cast<sockaddr*>(&sender), &senderLength));
   if (length == -1) {
-    TRACE("RecvAndProcessPacketsFromDNSServer",
-          " RecvAndProcessPacketsFromDNSServer: recv nothing...\n");
+    TraceFrom("RecvAndProcessPacketsFromDNSServer")(
+        " RecvAndProcessPacketsFromDNSServer: recv nothing...\n");
     return false;
   }
   const AddressText from = ServerText(sender);
-  TRACE("RecvAndProcessPacketsFromDNSServer", " FromDNSServer: recv %d data from %s\n", length,
-        from.text);
+  TraceFrom("RecvAndProcessPacketsFromDNSServer")(" FromDNSServer: recv %d data from %s\n", length,
+                                                  from.text);
   if (length < kDnsHeaderSize) {
     // A runt ends the answer thread and so the service, by design: the hosting process starts it
     // anew.
-    TRACE("RecvAndProcessPacketsFromDNSServer",
-          " FromDNSServer: do_answer: answer too short: %d, from: %s\n", length, from.text);
+    TraceFrom("RecvAndProcessPacketsFromDNSServer")(
+        " FromDNSServer: do_answer: answer too short: %d, from: %s\n", length, from.text);
     return false;
   }
 
@@ -69,8 +69,8 @@ bool RecvAndProcessPacketsFromDNSServer(int sock) {
   std::memcpy(&id, answer, sizeof(id));
   RequestTable::Position position;
   if (!g_DnsRequestTable.Find(id, position)) {
-    TRACE("RecvAndProcessPacketsFromDNSServer", " rsp from: %s, id: %u, request not found\n",
-          from.text, id);
+    TraceFrom("RecvAndProcessPacketsFromDNSServer")(" rsp from: %s, id: %u, request not found\n",
+                                                    from.text, id);
     return true;
   }
   DnsRequest& request = *position->second;
@@ -79,16 +79,17 @@ bool RecvAndProcessPacketsFromDNSServer(int sock) {
   const unsigned char methodIndex = MethodIndex(request);
   const AddressText expected = ExpectedServer(request, methodIndex);
   if (std::strcmp(expected.text, from.text) != 0) {
-    TRACE("RecvAndProcessPacketsFromDNSServer",
-          " id: %u, dns_index:%d current dns rsp from: %s, should from: %s, it seems error\n", id,
-          methodIndex, from.text, expected.text);
+    TraceFrom("RecvAndProcessPacketsFromDNSServer")(
+        " id: %u, dns_index:%d current dns rsp from: %s, should from: %s, it seems error\n", id,
+        methodIndex, from.text, expected.text);
     return true;
   }
 
   // No records: the next method, whatever the response code says.
   if (AnswerCountAsRead(answer) <= 0) {
-    TRACE("RecvAndProcessPacketsFromDNSServer", " rsp from: %s, id: %u, for : %s, no such name\n",
-          from.text, id, request.strDomain.c_str());
+    TraceFrom("RecvAndProcessPacketsFromDNSServer")(
+        " rsp from: %s, id: %u, for : %s, no such name\n", from.text, id,
+        request.strDomain.c_str());
     AdvanceMethodIndex(request, methodIndex);
     TryNextDNSQueryMethod(id, false);
     return true;
@@ -97,15 +98,15 @@ bool RecvAndProcessPacketsFromDNSServer(int sock) {
   // Records: the answer goes to the application under the application's identifier.
   std::memcpy(answer, &request.AppQueryID, sizeof(request.AppQueryID));
   if (SendDatagram(g_SockToClientApps, answer, length, request.ClientAddr) == -1) {
-    TRACE("RecvAndProcessPacketsFromDNSServer", " id: %u: sendto failed: %u\n", id,
-          static_cast<unsigned>(errno));
+    TraceFrom("RecvAndProcessPacketsFromDNSServer")(" id: %u: sendto failed: %u\n", id,
+                                                    static_cast<unsigned>(errno));
   }
   // The last four bytes are the address when the last record is an A record, and are traced as if
   // they were whatever it is.
-  TRACE("RecvAndProcessPacketsFromDNSServer",
-        " domain %s received answer %d.%d.%d.%d from %s, we have to delete id:%d\n",
-        request.strDomain.c_str(), ByteFromEnd(answer, length, 4), ByteFromEnd(answer, length, 3),
-        ByteFromEnd(answer, length, 2), ByteFromEnd(answer, length, 1), from.text, id);
+  TraceFrom("RecvAndProcessPacketsFromDNSServer")(
+      " domain %s received answer %d.%d.%d.%d from %s, we have to delete id:%d\n",
+      request.strDomain.c_str(), ByteFromEnd(answer, length, 4), ByteFromEnd(answer, length, 3),
+      ByteFromEnd(answer, length, 2), ByteFromEnd(answer, length, 1), from.text, id);
   g_DnsRequestTable.Delete(position);
   return true;
 }

@@ -34,7 +34,7 @@ int BindToListenAddress(int sock) {
 
 void FillHostMap(const std::vector<std::pair<std::string, std::string>>& vecHostMaps) {
   for (const auto& [domain, address] : vecHostMaps) {
-    TRACE("StartDnsSrv", " Add host map: %s -> %s\n", domain.c_str(), address.c_str());
+    TraceFrom("StartDnsSrv")(" Add host map: %s -> %s\n", domain.c_str(), address.c_str());
     std::string name = domain;
     g_Hostmaps.Add(name.data(), address.c_str());
   }
@@ -58,17 +58,17 @@ bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
   g_SockToClientApps = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   g_SockToDNSServers = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   if (g_SockToClientApps < 0 || g_SockToDNSServers < 0) {
-    TRACE("StartDnsSrv", " socket invalid\n");
+    TraceFrom("StartDnsSrv")(" socket invalid\n");
     return false;
   }
 
   // Nothing is cleaned up here or on any later failure: the hosting process ends and takes it
   // along.
   if (BindToListenAddress(g_SockToClientApps) != 0) {
-    TRACE("StartDnsSrv", " bind %s:%d failed\n", kListenAddress, kListenPort);
+    TraceFrom("StartDnsSrv")(" bind %s:%d failed\n", kListenAddress, kListenPort);
     return false;
   }
-  TRACE("StartDnsSrv", " bind %s:%d success\n", kListenAddress, kListenPort);
+  TraceFrom("StartDnsSrv")(" bind %s:%d success\n", kListenAddress, kListenPort);
 
   // The methods, in the order of trial. Appended and never cleared: a second call in one process
   // adds to what the first one left.
@@ -77,20 +77,20 @@ bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
     g_DnsMethodList.push_back(HostMapMethod());
   }
   for (const std::string& server : vecDnsServers) {
-    TRACE("StartDnsSrv", " Add SP DNS to list: %s\n", server.c_str());
+    TraceFrom("StartDnsSrv")(" Add SP DNS to list: %s\n", server.c_str());
     g_DnsMethodList.push_back(DnsServerMethod(server.c_str()));
   }
 
   if (pthread_create(&g_thread_answer, nullptr, thread_answer, nullptr) != 0) {
-    TRACE("StartDnsSrv", " pthread_create g_thread_answer failed\n");
+    TraceFrom("StartDnsSrv")(" pthread_create g_thread_answer failed\n");
     return false;
   }
-  TRACE("StartDnsSrv", " pthread_create g_thread_answer success\n");
+  TraceFrom("StartDnsSrv")(" pthread_create g_thread_answer success\n");
   if (pthread_create(&g_thread_query, nullptr, thread_query, nullptr) != 0) {
-    TRACE("StartDnsSrv", " pthread_create thread_query failed\n");
+    TraceFrom("StartDnsSrv")(" pthread_create thread_query failed\n");
     return false;
   }
-  TRACE("StartDnsSrv", " pthread_create thread_query success\n");
+  TraceFrom("StartDnsSrv")(" pthread_create thread_query success\n");
 
   // Twice on the answer thread and never on the query thread, by design: the service's life is the
   // answer thread's. The second wait returns an error on macOS, and on glibc as long as the ended
@@ -109,22 +109,22 @@ void* thread_answer(void* /*arg*/) {
   for (;;) {
     const int sock = g_SockToDNSServers;  // read afresh in every pass
     if (sock == -1) {
-      TRACE("thread_answer", " Socket SockToDNSServers is invalid, AnswerThread exit\n");
+      TraceFrom("thread_answer")(" Socket SockToDNSServers is invalid, AnswerThread exit\n");
       return nullptr;
     }
     fd_set readable;
     const int ready = WaitReadable(sock, readable);
     if (ready < 0) {
-      TRACE("thread_answer", " AnswerThread: select failed. exit.\n");
+      TraceFrom("thread_answer")(" AnswerThread: select failed. exit.\n");
       return nullptr;
     }
     if (ready == 0) {
-      TRACE("thread_answer", " AnswerThread: select timeout.\n");
+      TraceFrom("thread_answer")(" AnswerThread: select timeout.\n");
       continue;
     }
-    TRACE("thread_answer", " AnswerThread: received dns response.\n");
+    TraceFrom("thread_answer")(" AnswerThread: received dns response.\n");
     if (FD_ISSET(sock, &readable) && !RecvAndProcessPacketsFromDNSServer(sock)) {
-      TRACE("thread_answer", " RecvAndProcessPacketsFromDNSServer failed, exit.\n");
+      TraceFrom("thread_answer")(" RecvAndProcessPacketsFromDNSServer failed, exit.\n");
       return nullptr;
     }
   }
@@ -134,16 +134,16 @@ void* thread_query(void* /*arg*/) {
   for (;;) {
     const int sock = g_SockToClientApps;  // read afresh in every pass
     if (sock == -1) {
-      TRACE("thread_query", " Socket SockToClientApps is invalid, QueryThread exit\n");
+      TraceFrom("thread_query")(" Socket SockToClientApps is invalid, QueryThread exit\n");
       return nullptr;
     }
     fd_set readable;
     // Unlike the answer thread, a wait that ends with nothing ready counts as a failure: kept.
     if (WaitReadable(sock, readable) <= 0) {
-      TRACE("thread_query", " QureyThread: select failed. exit\n");
+      TraceFrom("thread_query")(" QureyThread: select failed. exit\n");
       return nullptr;
     }
-    TRACE("thread_query", " ****QureyThread***: received dns request\n");
+    TraceFrom("thread_query")(" ****QureyThread***: received dns request\n");
     if (FD_ISSET(sock, &readable) && !RecvAndProcessPacketsFromLocalApps(sock)) {
       return nullptr;
     }

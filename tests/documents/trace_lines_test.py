@@ -9,7 +9,7 @@ import re
 import sys
 
 LITERALS = r'((?:"(?:[^"\\]|\\.)*"\s*)+)'
-SERVICE_LINE = re.compile(r"\bTRACE\(\s*\"\w+\",\s*" + LITERALS)
+SERVICE_LINE = re.compile(r"\bTraceFrom\(\"\w+\"\)\(\s*" + LITERALS)
 PLAIN_LINE = re.compile(r"std::printf\(\s*" + LITERALS)
 DOCUMENTED_LINE = re.compile(r"^\| `([^`]*\\n)` \|", re.MULTILINE)
 
