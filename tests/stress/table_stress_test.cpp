@@ -3,13 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <random>
-#include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
@@ -218,165 +215,6 @@ INSTANTIATE_TEST_SUITE_P(Meetings, TableStressTest,
                            return std::to_string(meeting.param.identifiers) + "Identifiers" +
                                   (meeting.param.withRemover ? "AndARemover" : "");
                          });
-
-// With one thread nothing may linger: what Delete and Clear remove is freed when they return.
-class OneThreadTest : public testing::Test {
- protected:
-  RequestTable table_;
-  long aliveBefore_ = RecordsAlive();
-};
-
-TEST_F(OneThreadTest, EveryFormOfDeleteHasFreedTheRecordOnReturn) {
-  for (int form = 0; form < 4; ++form) {
-    table_.Add(MakeRecord(7, 1));
-    ASSERT_EQ(RecordsAlive(), aliveBefore_ + 1);
-    Position position;
-    ASSERT_TRUE(table_.Find(7, position));
-    switch (form) {
-      case 0:
-        table_.Delete(7);
-        break;
-      case 1:
-        table_.Delete(position);
-        break;
-      case 2: {
-        DnsRequest copy;
-        EXPECT_TRUE(table_.Delete(7, copy));
-        EXPECT_TRUE(IsWhole(copy, 7));
-        break;
-      }
-      default: {
-        unsigned short application = 0;
-        sockaddr address = {};
-        EXPECT_TRUE(table_.Delete(7, application, address));
-        EXPECT_EQ(application, 1);
-        break;
-      }
-    }
-    EXPECT_EQ(RecordsAlive(), aliveBefore_) << "form " << form;
-  }
-}
-
-TEST_F(OneThreadTest, DeleteHasFreedTheRecordThatItsOwnPassHolds) {
-  const Pass pass(table_.mapRequests, Worker::kQuery);
-  for (int stamp = 0; stamp < 1000; ++stamp) {
-    table_.Add(MakeRecord(7, stamp));
-    Position position;
-    ASSERT_TRUE(table_.Find(7, position));
-    ASSERT_TRUE(table_.Find(7, position));
-    if (stamp % 2 == 0) {
-      table_.Delete(position);
-    } else {
-      table_.Delete(7);
-    }
-    ASSERT_EQ(RecordsAlive(), aliveBefore_);
-  }
-}
-
-TEST_F(OneThreadTest, ClearHasFreedEveryRecordOnReturn) {
-  for (int id = 0; id <= 0xFFFF; id += 13) {
-    table_.Add(MakeRecord(id, id));
-  }
-  table_.Clear();
-  EXPECT_EQ(RecordsAlive(), aliveBefore_);
-  EXPECT_TRUE(table_.mapRequests.empty());
-}
-
-TEST_F(OneThreadTest, ARefusedRecordIsFreedAtOnceWhenItWasGivenAway) {
-  table_.Add(MakeRecord(7, 1));
-  table_.Add(MakeRecord(7, 2));
-  EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
-  Position position;
-  ASSERT_TRUE(table_.Find(7, position));
-  EXPECT_EQ(position->second->iRecvLen, 1) << "the older one stays";
-}
-
-// Who frees a record that several threads have in their hands: the last one to let go, once. The
-// steps are forced into one order, so that each hand-over takes place in every run.
-class HandOverTest : public OneThreadTest {
- protected:
-  // Runs `steps` of two workers in turn: the first on the query worker's thread, the second on the
-  // answer worker's, and so on. Each is inside its own pass from its first step to its last.
-  void InTurns(const std::vector<std::function<void()>>& steps) {
-    std::array<std::binary_semaphore, 2> turn{std::binary_semaphore(1), std::binary_semaphore(0)};
-    const auto work = [&](std::size_t me, Worker worker) {
-      std::unique_ptr<Pass> pass;
-      for (std::size_t step = me; step < steps.size(); step += 2) {
-        turn[me].acquire();
-        if (pass == nullptr) {
-          pass = std::make_unique<Pass>(table_.mapRequests, worker);
-        }
-        steps[step]();
-        if (step + 2 >= steps.size()) {
-          pass.reset();
-        }
-        turn[1 - me].release();
-      }
-    };
-    std::thread query(work, 0, Worker::kQuery);
-    std::thread answer(work, 1, Worker::kAnswer);
-    query.join();
-    answer.join();
-  }
-
-  void Holds(Position& position) { EXPECT_TRUE(table_.Find(7, position)); }
-
-  Position query_;
-  Position answer_;
-};
-
-TEST_F(HandOverTest, ARemovedRecordLivesUntilTheWorkerThatHoldsItLeavesItsPass) {
-  table_.Add(MakeRecord(7, 1));
-  InTurns({[&] { Holds(query_); },
-           [&] {
-             Holds(answer_);
-             table_.Delete(answer_);
-             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
-           },
-           [&] { EXPECT_TRUE(IsWhole(*query_->second, 7)); },  // the pass ends behind this
-           [&] { EXPECT_EQ(RecordsAlive(), aliveBefore_); }});
-}
-
-TEST_F(HandOverTest, ARemovedRecordLivesUntilTheWorkerThatHoldsItFindsAnother) {
-  table_.Add(MakeRecord(7, 1));
-  table_.Add(MakeRecord(8, 2));
-  InTurns({[&] { Holds(query_); }, [&] { table_.Delete(7); },
-           [&] {
-             EXPECT_TRUE(IsWhole(*query_->second, 7));
-             EXPECT_TRUE(table_.Find(8, query_));
-             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
-           },
-           [] {}});
-}
-
-TEST_F(HandOverTest, TheLastOfTwoWorkersFreesWhatAThirdThreadRemoved) {
-  table_.Add(MakeRecord(7, 1));
-  InTurns({[&] { Holds(query_); },
-           [&] {
-             Holds(answer_);
-             std::thread([this] { table_.Delete(7); }).join();
-             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1);
-           },
-           [&] { EXPECT_TRUE(IsWhole(*query_->second, 7)); },
-           [&] {
-             EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1) << "this worker holds it still";
-             EXPECT_TRUE(IsWhole(*answer_->second, 7));
-           }});
-  EXPECT_EQ(RecordsAlive(), aliveBefore_);
-}
-
-TEST_F(HandOverTest, ALaterRequestUnderTheSameIdentifierIsLeftAlone) {
-  table_.Add(MakeRecord(7, 1));
-  InTurns({[&] { Holds(query_); }, [&] { Holds(answer_); },
-           [&] {
-             table_.Delete(query_);
-             table_.Add(MakeRecord(7, 2));
-           },
-           [&] { table_.Delete(answer_); }});
-  ASSERT_TRUE(table_.Find(7, query_));
-  EXPECT_EQ(query_->second->iRecvLen, 2);
-  EXPECT_EQ(RecordsAlive(), aliveBefore_ + 1) << "the first has been freed";
-}
 
 }  // namespace
 }  // namespace stress

@@ -180,6 +180,21 @@ TEST_F(PendingRequestsTest, RecordThatBothWorkersHaveFoundIsFreedOnce) {
   EXPECT_EQ(watch.Count(), 1);
 }
 
+TEST_F(PendingRequestsTest, RecordThatAThirdThreadRemovesIsFreedByTheLastWorkerToLetGo) {
+  const FreeWatch watch(*Insert(7));
+  {
+    const PendingRequests::Pass pass(requests_, Worker::kAnswer);
+    ASSERT_NE(Find(7), nullptr);
+    std::thread([&] {
+      const PendingRequests::Pass other(requests_, Worker::kQuery);
+      ASSERT_NE(Find(7), nullptr);
+      std::thread([&] { requests_.Free(requests_.Remove(7)); }).join();
+    }).join();
+    EXPECT_EQ(watch.Count(), 0) << "one of the two holds it still";
+  }
+  EXPECT_EQ(watch.Count(), 1);
+}
+
 TEST_F(PendingRequestsTest, RecordThatTheOtherWorkerOnlyFoundBeforeIsFreedAtOnce) {
   const FreeWatch watch(*Insert(7));
   std::thread([&] {
