@@ -8,19 +8,19 @@
 #include <memory>
 #include <optional>
 
-#include "host/configuration.h"
-#include "host/descriptors.h"
-#include "host/exit_status.h"
-#include "host/log.h"
+#include "host/child/service_output.h"
+#include "host/common/descriptors.h"
+#include "host/common/exit_status.h"
+#include "host/common/log.h"
+#include "host/common/port.h"
+#include "host/common/rights.h"
+#include "host/common/signals.h"
+#include "host/common/trace.h"
+#include "host/common/unix_socket.h"
 #include "host/options.h"
-#include "host/port.h"
-#include "host/rights.h"
-#include "host/service_output.h"
-#include "host/signals.h"
-#include "host/status.h"
-#include "host/supervisor.h"
-#include "host/trace.h"
-#include "host/unix_socket.h"
+#include "host/parent/configuration.h"
+#include "host/parent/status.h"
+#include "host/parent/supervisor.h"
 
 namespace {
 

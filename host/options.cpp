@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 
-#include "host/exit_status.h"
+#include "host/common/exit_status.h"
 
 Options ParseOptions(int argc, char** argv) {
   Options options;

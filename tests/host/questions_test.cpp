@@ -1,11 +1,11 @@
-#include "host/questions.h"
+#include "host/parent/questions.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "host/port.h"
+#include "host/common/port.h"
 
 namespace {
 

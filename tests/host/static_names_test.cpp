@@ -1,4 +1,4 @@
-#include "host/static_names.h"
+#include "host/parent/static_names.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "host/exit_status.h"
+#include "host/common/exit_status.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "host/status.h"
+#include "host/parent/status.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "host/trace.h"
+#include "host/common/trace.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "host/exit_status.h"
+#include "host/common/exit_status.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "host/upstream_health.h"
+#include "host/parent/upstream_health.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "host/upstreams.h"
+#include "host/parent/upstreams.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

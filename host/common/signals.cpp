@@ -1,0 +1,46 @@
+#include "host/common/signals.h"
+
+#include <signal.h>
+#include <sys/select.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+// Written by the handler alone, which runs inside pselect alone.
+volatile sig_atomic_t g_come[NSIG];
+
+void Note(int signal) { g_come[signal] = 1; }
+
+}  // namespace
+
+void CatchSignals() {
+  struct sigaction action = {};
+  sigfillset(&action.sa_mask);
+  sigprocmask(SIG_BLOCK, &action.sa_mask, nullptr);
+  action.sa_handler = Note;
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
+    sigaction(signal, &action, nullptr);
+  }
+  // A reader that has gone costs a line, not the process.
+  action.sa_handler = SIG_IGN;
+  sigaction(SIGPIPE, &action, nullptr);
+}
+
+void WaitFor(std::initializer_list<int> descriptors, TimePoint until) {
+  fd_set readable;
+  FD_ZERO(&readable);
+  for (const int fd : descriptors) {
+    if (fd != -1) {
+      FD_SET(fd, &readable);
+    }
+  }
+  const auto left = std::min(Left(until), Milliseconds(3600000)).count();
+  const timespec timeout = {left / 1000, left % 1000 * 1000000};
+  sigset_t none;
+  sigemptyset(&none);
+  pselect(std::max(descriptors) + 1, &readable, nullptr, nullptr, &timeout, &none);
+}
+
+bool TakeSignal(int signal) { return std::exchange(g_come[signal], 0) != 0; }

@@ -1,0 +1,33 @@
+// What the running host tells about itself, and how one asks it: who connects to its Unix socket is
+// sent a JSON text and hung up on. Nothing is read from a client, and none can hold the host up.
+#ifndef HOST_PARENT_STATUS_H_
+#define HOST_PARENT_STATUS_H_
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/common/clock.h"
+
+// JSON from its parts.
+std::string Quoted(const std::string& text);
+std::string Seconds(Clock::duration time);
+std::string Member(const std::string& name, const std::string& value);
+std::string Object(const std::vector<std::string>& members);
+
+// An array, and the object round everything: each item and each (name, value) in a line of its own,
+// with the values in a column.
+std::string Array(const std::vector<std::string>& items);
+std::string Outermost(const std::vector<std::pair<std::string, std::string>>& members);
+
+// The JSON text for people: without the punctuation round its texts and numbers.
+std::string AsTable(const std::string& json);
+
+// Sends one client of `listener`, if one is waiting, what `report` returns then.
+void AnswerStatus(int listener, const std::function<std::string()>& report);
+
+// Prints the status of the host at `path`, as a table or as JSON. Throws Failure if there is none.
+void PrintStatus(const std::string& path, bool json);
+
+#endif  // HOST_PARENT_STATUS_H_
