@@ -18,6 +18,9 @@ function(dns_proxy_options target)
   if(dns_proxy_mac_DEVELOPER_MODE)
     target_compile_options(${target} PRIVATE
       -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2 -Werror)
+    # g++ 12 at -O3 sees strings overlap that cannot: a fault of its own, mended in 13.
+    target_compile_options(${target} PRIVATE
+      $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>)
   endif()
   dns_proxy_sanitizers(${target})
 endfunction()

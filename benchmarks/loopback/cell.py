@@ -4,10 +4,10 @@
 usage: unshare --user --map-root-user --net cell.py PROGRAMS SUBJECT TRACE FOLDER
 
   PROGRAMS   the folder of the programs
-  SUBJECT    bare_echo, bare_relay or service
+  SUBJECT    bare_echo, bare_relay, service or dns_proxy_host
   TRACE      where standard output goes: none (as null, and the bare loops print nothing), null,
              file (in FOLDER), large-file (the same, 64 KiB a write), pipe, terminal, off (the
-             service's printf is refused)
+             service's printf is refused; dns_proxy_host knows no other)
 
 Reads commands from standard input, a line each, and answers with a line of JSON; ends, and its
 processes with it, when its input does:
@@ -35,6 +35,10 @@ import tty
 
 PR_SET_PDEATHSIG = 1
 MAPPED_NAME = "intranet.example.com"
+
+# As many names as service.cpp has. The namespace knows no other user than root.
+HOST_OPTIONS = ["--user", "root", "--server", "127.0.0.2", "--map", f"{MAPPED_NAME}=10.1.2.3"] + [
+    option for i in range(1, 100) for option in ("--map", f"host{i}.example.com=192.0.2.1")]
 
 
 def child_setup(processor):
@@ -74,7 +78,9 @@ class Cell:
             self.subject.kill()
             self.subject.wait()
         command = [str(self.programs / self.subject_name)]
-        if self.trace == "off":
+        if self.subject_name == "dns_proxy_host":
+            command += HOST_OPTIONS
+        elif self.trace == "off":
             command.append("--trace-off")
         elif self.trace == "large-file":
             command.append("--large-buffer")
@@ -115,24 +121,36 @@ class Cell:
             return None
         return [float(field) for field in output.split()]
 
+    def processes(self):
+        """The subject and its children: a host has the service in one."""
+        own = self.subject.pid
+        children = pathlib.Path(f"/proc/{own}/task/{own}/children").read_text().split()
+        return [own, *map(int, children)]
+
     def processor_seconds(self):
-        """What all threads of the subject have used, by the clock of that process."""
-        return time.clock_gettime((~self.subject.pid << 3) | 2)
+        """What all threads of the subject have used, by the clocks of its processes."""
+        return sum(time.clock_gettime((~process << 3) | 2) for process in self.processes())
 
     def statistics(self):
         """(page faults, seconds in user mode, seconds in the kernel) of the subject."""
-        text = pathlib.Path(f"/proc/{self.subject.pid}/stat").read_text()
-        fields = text.rsplit(")", 1)[1].split()
+        sums = [0, 0, 0]
+        for process in self.processes():
+            text = pathlib.Path(f"/proc/{process}/stat").read_text()
+            fields = text.rsplit(")", 1)[1].split()
+            sums = [total + int(fields[i]) for total, i in zip(sums, (7, 11, 12))]
         ticks = os.sysconf("SC_CLK_TCK")
-        return int(fields[7]), int(fields[11]) / ticks, int(fields[12]) / ticks
+        return sums[0], sums[1] / ticks, sums[2] / ticks
 
     def load(self, name, queries, window):
         if self.into_file:
             os.truncate(self.trace_file, 0)
+        processes = self.processes()
         faults, user, system = self.statistics()
         used = self.processor_seconds()
         seconds, own = self.run_load(name, queries, window)
         used = self.processor_seconds() - used
+        if self.processes() != processes:
+            raise RuntimeError(f"{self.subject_name} has started its service again")
         faults_after, user_after, system_after = self.statistics()
         result = {
             "queries": int(queries), "processor": used, "passed": seconds, "load_processor": own,

@@ -43,6 +43,7 @@ SUBJECTS = {
     "service-large-file": ("service", "large-file", [HOST_MAP, FORWARD]),
     "service-pipe": ("service", "pipe", [HOST_MAP, FORWARD]),
     "service-terminal": ("service", "terminal", [HOST_MAP, FORWARD]),
+    "host": ("dns_proxy_host", "off", [HOST_MAP, FORWARD]),
 }
 
 QUERIES = 20000  # a round

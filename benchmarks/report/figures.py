@@ -30,6 +30,9 @@ def ratios(results):
     return [
         ("host-map answer / bare echo", Ratio(host("service"), host("echo")), 1.35),
         ("forwarded query / bare relay", Ratio(forward("service"), forward("relay")), 1.40),
+        ("host-map answer of dns_proxy_host / bare echo", Ratio(host("host"), host("echo")), 1.25),
+        ("forwarded query of dns_proxy_host / bare relay",
+         Ratio(forward("host"), forward("relay")), 1.15),
         ("host-map answer / bare echo that prints the lines",
          Ratio(host("service"), host("echo-traced")), None),
         ("forwarded query / bare relay that prints the lines",
