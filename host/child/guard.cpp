@@ -56,15 +56,24 @@ unsigned char Folded(unsigned char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c;
 }
 
-// The name without regard to case, type and class as they are.
+// The labels without regard to case, and all else as it is: lengths, type, class.
 bool SameQuestion(Datagram a, Datagram b) {
   if (a.size() != b.size()) {
     return false;
   }
-  const std::size_t name = a.size() - std::min(a.size(), kTypeAndClassSize);
-  return std::equal(a.begin(), a.begin() + static_cast<std::ptrdiff_t>(name), b.begin(),
-                    [](unsigned char x, unsigned char y) { return Folded(x) == Folded(y); }) &&
-         std::ranges::equal(a.subspan(name), b.subspan(name));
+  std::size_t length = 0;  // where the next label's length stands
+  for (std::size_t i = 0; i < a.size(); ++i) {
+    if (i != length) {
+      if (Folded(a[i]) != Folded(b[i])) {
+        return false;
+      }
+    } else if (a[i] == 0 || a[i] >= kFirstBadLength || a[i] != b[i]) {
+      return std::ranges::equal(a.subspan(i), b.subspan(i));
+    } else {
+      length += 1 + a[i];
+    }
+  }
+  return true;
 }
 
 }  // namespace
