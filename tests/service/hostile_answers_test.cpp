@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "tests/service/hostile_datagrams.h"
-#include "tests/service/hostile_scale.h"
 #include "tests/service/patience.h"
 #include "tests/service/service_test.h"
+#include "tests/support/run_length.h"
 
 namespace service {
 namespace {
@@ -189,7 +189,7 @@ TEST_F(HostileAnswers, OfEveryLengthAreRelayedWholeOrEndTheAnswerThreadByTheRule
 
 TEST_F(HostileAnswers, ByTheHundredThousandReachNoOneTheyAreNotMeantFor) {
   Dice dice(20240614);
-  constexpr int kCount = 200'000 / kSlowdown;
+  constexpr long kCount = support::Sized(200'000);
   constexpr int kInARound = 40;
   for (int round = 0; round < kCount / kInARound; ++round) {
     AskAll(dice);
@@ -211,7 +211,7 @@ TEST_F(HostileAnswers, ByTheHundredThousandReachNoOneTheyAreNotMeantFor) {
 // application hears that answer under its own identifier. It never hears one for another query, and
 // never a second one.
 TEST_F(HostileAnswers, ForgedWhileTheQueriesArriveReachNoOtherApplication) {
-  constexpr int kRounds = 3000 / kSlowdown;
+  constexpr long kRounds = support::Sized(3000);
   constexpr unsigned short kQueries = 32;
   Server server("127.0.0.4");
   Serve({.servers = {"127.0.0.4"}, .hostMaps = {{"mapped.example", "10.1.2.3"}}, .traced = false});

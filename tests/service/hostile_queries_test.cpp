@@ -16,10 +16,10 @@
 #include "dns_proxy_mac/proxy/query_path.h"
 #include "dns_proxy_mac/proxy/service_state.h"
 #include "tests/service/hostile_datagrams.h"
-#include "tests/service/hostile_scale.h"
 #include "tests/service/patience.h"
 #include "tests/service/query_rules.h"
 #include "tests/service/service_test.h"
+#include "tests/support/run_length.h"
 #include "tests/support/socket_addresses.h"
 
 namespace service {
@@ -192,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(BytesBehindIt, HostileFirstLabelByte, testing::Values(0
 
 TEST_F(HostileQueries, ByTheHundredThousandGetTheirOwnAnswersAndNoOther) {
   Dice dice(20240611);
-  constexpr int kCount = 150'000 / kSlowdown;
+  constexpr long kCount = support::Sized(150'000);
   while (Datagrams() < kCount && !HasFailure()) {
     const Bytes query = HostileQuery(dice, "mapped.example");
     // Of those that end the query thread, one in 50: each costs a start.
@@ -208,7 +208,7 @@ TEST_F(HostileQueries, ByTheHundredThousandGetTheirOwnAnswersAndNoOther) {
 // a hundred thousand of them.
 TEST(HostileQueriesToTheHandler, OfRandomBytesAreJudgedByTheRules) {
   SKIP_UNLESS_ISOLATED();
-  constexpr int kRounds = 100 / kSlowdown;
+  constexpr long kRounds = support::Sized(100);
   constexpr int kInARound = 2000;
   g_SockToClientApps = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   g_SockToDNSServers = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);

@@ -26,12 +26,6 @@
 #include "tests/service/patience.h"
 #include "tests/support/platform_calls.h"
 
-#if defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define CLANG_THREAD_SANITIZER 1
-#endif
-#endif
-
 namespace service {
 
 namespace {
@@ -68,7 +62,7 @@ bool PortIsTaken() {
 }
 
 bool CallStartDnsSrv(const Plan& plan) {
-#if defined(CLANG_THREAD_SANITIZER)
+#if defined(__clang__) && defined(DNS_PROXY_THREAD_SANITIZED)
   // This runtime ends the process at the second wait for one thread, before the system can refuse
   // it. So the refusal is made here.
   bool joined = false;

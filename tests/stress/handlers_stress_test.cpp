@@ -10,13 +10,17 @@
 #include <vector>
 
 #include "dns_proxy_mac/proxy/service_state.h"
-#include "tests/stress/record_watch.h"
-#include "tests/stress/size_of_runs.h"
 #include "tests/stress/traffic.h"
 #include "tests/stress/workers.h"
+#include "tests/support/heap_watch.h"
+#include "tests/support/run_length.h"
 
 namespace stress {
 namespace {
+
+using support::RecordsAlive;
+using support::RecordsMade;
+using support::Sized;
 
 // Orders of methods, as letters: H the host map, 0 and 1 the servers.
 struct Storm {
@@ -74,7 +78,7 @@ const Storm kStorms[] = {
       .strange = 50}},
 };
 
-constexpr long kQuestions = kUnderSanitizer ? 12'000 : 40'000;
+constexpr long kQuestions = support::kSanitized ? 12'000 : 40'000;
 
 class HandlersStressTest : public testing::TestWithParam<Storm> {};
 

@@ -12,14 +12,16 @@
 #include <vector>
 
 #include "dns_proxy_mac/proxy/request_table.h"
-#include "tests/stress/record_watch.h"
-#include "tests/stress/size_of_runs.h"
+#include "tests/support/heap_watch.h"
+#include "tests/support/run_length.h"
 
 namespace stress {
 namespace {
 
 using Pass = PendingRequests::Pass;
 using Position = RequestTable::Position;
+using support::RecordsAlive;
+using support::RecordsMade;
 
 // Too long for the string's own space: the text lies in a block that is freed with the record.
 std::string NameOf(int stamp) { return "record-number-" + std::to_string(stamp) + ".example"; }
@@ -106,7 +108,7 @@ TEST_P(TableStressTest, EveryRecordIsWholeWhileItIsHeldAndFreedOnce) {
   std::atomic<long> torn{0};
   std::atomic<long> foundByQuery{0};
   std::atomic<long> foundByAnswer{0};
-  Shares shares(meeting.withRemover ? 3 : 2, Sized(1'000'000));
+  Shares shares(meeting.withRemover ? 3 : 2, support::Sized(1'000'000));
 
   std::thread query([&] {
     std::minstd_rand random(1);

@@ -5,13 +5,14 @@
 #include <initializer_list>
 #include <string>
 
-#include "tests/unit/free_watch.h"
+#include "tests/support/heap_watch.h"
 #include "tests/unit/request_fixture.h"
 
 namespace {
 
 using support::Bytes;
 using support::BytesOf;
+using support::FreeWatch;
 using support::Ipv4Address;
 using support::TraceIs;
 using support::TraceLines;

@@ -11,9 +11,11 @@
 #include <utility>
 #include <vector>
 
-#include "tests/unit/free_watch.h"
+#include "tests/support/heap_watch.h"
 
 namespace {
+
+using support::FreeWatch;
 
 DnsRequest* MakeRequest(unsigned short id) {
   auto* const request = new DnsRequest;

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "tests/support/dns_message_builder.h"
+#include "tests/support/heap_watch.h"
 #include "tests/support/platform_calls.h"
 #include "tests/support/socket_addresses.h"
-#include "tests/unit/free_watch.h"
 
 static_assert(offsetof(DnsRequest, QueryID) == 0);
 static_assert(offsetof(DnsRequest, AppQueryID) == 2);
@@ -27,6 +27,7 @@ namespace {
 
 using support::Bytes;
 using support::BytesOf;
+using support::FreeWatch;
 using support::Ipv4Address;
 
 // Longer than a string keeps within itself, so that freeing the record can be seen.

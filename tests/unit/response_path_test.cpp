@@ -7,7 +7,7 @@
 #include <initializer_list>
 #include <string>
 
-#include "tests/unit/free_watch.h"
+#include "tests/support/heap_watch.h"
 #include "tests/unit/request_fixture.h"
 
 namespace {
@@ -15,6 +15,7 @@ namespace {
 using support::Bytes;
 using support::BytesOf;
 using support::DnsMessageBuilder;
+using support::FreeWatch;
 using support::Ipv4Address;
 using support::Ipv6Address;
 using support::TraceIs;

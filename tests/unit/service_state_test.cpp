@@ -3,14 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include "dns_proxy_mac/proxy/dispatch.h"
-#include "tests/unit/free_watch.h"
+#include "tests/support/heap_watch.h"
 #include "tests/unit/request_fixture.h"
 
 namespace {
+
+using support::FreeWatch;
 
 // Taken while the process's objects are constructed, before any test has run.
 struct AtStart {
@@ -56,9 +59,9 @@ TEST_F(ServiceStateTest, AtExitThePendingRequestsGoBeforeTheMethodList) {
   EXPECT_EXIT(
       {
         g_DnsMethodList.assign(8, DnsServerMethod("192.0.2.1"));
-        FreeWatch::Announce(g_DnsMethodList.data(), "methods ");
+        const FreeWatch methods(g_DnsMethodList.data(), [] { std::fputs("methods ", stderr); });
         const DnsRequest* const request = AddRequest(1, {}, "a-name-that-is-rather-long.internal");
-        FreeWatch::Announce(request->strDomain.data(), "requests ");
+        const FreeWatch requests(*request, [] { std::fputs("requests ", stderr); });
         std::exit(0);
       },
       testing::ExitedWithCode(0), "requests .*methods ");

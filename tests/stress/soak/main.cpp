@@ -9,11 +9,11 @@
 #include <cstdio>
 #include <string>
 
-#include "tests/stress/size_of_runs.h"
 #include "tests/stress/soak/questions.h"
 #include "tests/stress/soak/service_under_soak.h"
 #include "tests/stress/soak/world.h"
 #include "tests/support/isolation.h"
+#include "tests/support/run_length.h"
 
 namespace {
 
@@ -113,7 +113,7 @@ int main(int argc, char** argv) {
   if (count.wrong != 0 || count.garbled != 0) {
     fail("an answer or a query was not what it had to be");
   }
-  if (stress::kUnderSanitizer) {
+  if (support::kSanitized) {
     std::printf("memory is not judged: a sanitizer keeps what has been freed\n");
   } else if (count.asked < 2 * kWarmUp) {
     std::printf("memory is not judged: its base is not reached before %ld queries\n", kWarmUp);

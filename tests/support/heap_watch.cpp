@@ -1,14 +1,14 @@
-#include "tests/stress/record_watch.h"
+#include "tests/support/heap_watch.h"
 
-#include <atomic>
+#include <array>
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
 
-#include "dns_proxy_mac/proxy/dns_request.h"
-#include "tests/stress/size_of_runs.h"
+namespace support {
 
 namespace {
 
@@ -16,16 +16,71 @@ namespace {
 std::atomic<long> made{0};
 std::atomic<long> freed{0};
 
-}  // namespace
+std::array<std::atomic<FreeWatch*>, 2> watches;
 
-namespace stress {
+// Puts `to` in the place of `from` in the list of watches; false if that is not there.
+bool Exchange(FreeWatch* from, FreeWatch* to) {
+  for (std::atomic<FreeWatch*>& watch : watches) {
+    if (FreeWatch* expected = from; watch.compare_exchange_strong(expected, to)) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
 
 long RecordsMade() { return made.load(std::memory_order_relaxed); }
 long RecordsFreed() { return freed.load(std::memory_order_relaxed); }
 
-}  // namespace stress
+FreeWatch::FreeWatch(const void* block, std::function<void()> onFree)
+    : block_(block), onFree_(std::move(onFree)) {
+  if (!Exchange(nullptr, this)) {
+    std::fputs("more blocks are watched than can be\n", stderr);
+    std::abort();
+  }
+}
 
-#if defined(STRESS_UNDER_SANITIZER)
+FreeWatch::FreeWatch(const DnsRequest& request, std::function<void()> onFree)
+    : FreeWatch(request.strDomain.data(), std::move(onFree)) {}
+
+FreeWatch::~FreeWatch() { Exchange(this, nullptr); }
+
+void TellFreeWatches(const void* block, bool wasFreed) {
+  for (const std::atomic<FreeWatch*>& entry : watches) {
+    FreeWatch* const watch = entry.load(std::memory_order_acquire);
+    if (watch == nullptr || watch->block_ != block) {
+      continue;
+    }
+    if (!wasFreed) {
+      Exchange(watch, nullptr);
+    } else if (++watch->count_ == 1 && watch->onFree_) {
+      watch->onFree_();
+    }
+  }
+}
+
+namespace {
+
+void OnMade(const void* block, std::size_t size) {
+  if (size == sizeof(DnsRequest)) {
+    made.fetch_add(1, std::memory_order_relaxed);
+  }
+  TellFreeWatches(block, false);
+}
+
+void OnFreed(const void* block, std::size_t size) {
+  if (size == sizeof(DnsRequest)) {
+    freed.fetch_add(1, std::memory_order_relaxed);
+  }
+  TellFreeWatches(block, true);
+}
+
+}  // namespace
+
+}  // namespace support
+
+#if defined(DNS_PROXY_SANITIZED)
 
 // The sanitizer's allocator stays in place: it tells of each block, and finds by itself what is
 // freed twice or used afterwards.
@@ -37,15 +92,13 @@ std::size_t __sanitizer_get_allocated_size(const volatile void* block);
 void __sanitizer_malloc_hook(const volatile void* block, std::size_t size);
 void __sanitizer_free_hook(const volatile void* block);
 
-void __sanitizer_malloc_hook(const volatile void* /*block*/, std::size_t size) {
-  if (size == sizeof(DnsRequest)) {
-    made.fetch_add(1, std::memory_order_relaxed);
-  }
+void __sanitizer_malloc_hook(const volatile void* block, std::size_t size) {
+  support::OnMade(const_cast<const void*>(block), size);
 }
 
 void __sanitizer_free_hook(const volatile void* block) {
-  if (block != nullptr && __sanitizer_get_allocated_size(block) == sizeof(DnsRequest)) {
-    freed.fetch_add(1, std::memory_order_relaxed);
+  if (block != nullptr) {
+    support::OnFreed(const_cast<const void*>(block), __sanitizer_get_allocated_size(block));
   }
 }
 
@@ -72,9 +125,7 @@ void* Allocate(std::size_t size) noexcept {
     return nullptr;
   }
   *head = {size, kAlive};
-  if (size == sizeof(DnsRequest)) {
-    made.fetch_add(1, std::memory_order_relaxed);
-  }
+  support::OnMade(head + 1, size);
   return head + 1;
 }
 
@@ -95,8 +146,8 @@ void Release(void* block) noexcept {
     std::abort();
   }
   head->state = kFreed;
+  support::OnFreed(block, head->size);
   if (head->size == sizeof(DnsRequest)) {
-    freed.fetch_add(1, std::memory_order_relaxed);
     std::memset(block, kFreedByte, head->size);
   }
   std::free(head);
