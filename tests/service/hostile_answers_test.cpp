@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "tests/service/hostile_datagrams.h"
-#include "tests/service/patience.h"
 #include "tests/service/service_test.h"
 #include "tests/support/run_length.h"
 

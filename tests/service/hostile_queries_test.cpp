@@ -16,7 +16,6 @@
 #include "dns_proxy_mac/proxy/query_path.h"
 #include "dns_proxy_mac/proxy/service_state.h"
 #include "tests/service/hostile_datagrams.h"
-#include "tests/service/patience.h"
 #include "tests/service/query_rules.h"
 #include "tests/service/service_test.h"
 #include "tests/support/run_length.h"

@@ -3,7 +3,7 @@
 #include <cctype>
 #include <cstddef>
 
-#include "tests/service/messages.h"
+#include "tests/support/messages.h"
 
 namespace service {
 
@@ -75,11 +75,12 @@ Verdict Judge(const Bytes& received, const std::map<std::string, Bytes>& hostMap
     return {Fate::kEndsTheThread, {}};
   }
   if (question.name.find(".in-addr.arpa") != std::string::npos) {
-    return {Fate::kNoSuchName, NoSuchName(query)};
+    return {Fate::kNoSuchName, support::NoSuchName(query)};
   }
   const auto mapped = hostMap.find(LowerCase(question.name));
   if (mapped != hostMap.end() && query.size() <= kGreatestMappedQuery) {
-    return {Fate::kAnsweredFromTheHostMap, HostAnswer(query, question.type, mapped->second)};
+    return {Fate::kAnsweredFromTheHostMap,
+            support::HostAnswer(query, question.type, mapped->second)};
   }
   return {Fate::kForwarded, query};
 }

@@ -7,13 +7,16 @@
 #include <memory>
 #include <string>
 
-#include "tests/service/messages.h"
-#include "tests/service/service_process.h"
-#include "tests/service/udp_peer.h"
 #include "tests/support/isolation.h"
+#include "tests/support/messages.h"
+#include "tests/support/patience.h"
+#include "tests/support/service_under_test.h"
 #include "tests/support/trace_capture.h"
+#include "tests/support/udp_peer.h"
 
 namespace service {
+
+using namespace support;  // the words that these tests speak
 
 class ServiceTest : public testing::Test {
  protected:
@@ -28,10 +31,10 @@ class ServiceTest : public testing::Test {
   // Starts the service, whatever becomes of it.
   void Start(const Plan& plan) {
     process_.reset();
-    process_ = std::make_unique<ServiceProcess>(plan);
+    process_ = std::make_unique<ServiceUnderTest>(plan);
   }
 
-  const ServiceProcess& Process() const { return *process_; }
+  const ServiceUnderTest& Process() const { return *process_; }
 
   // Waits until every datagram that applications have sent so far has been dealt with: a reverse
   // look-up, which the service answers by itself, is behind them in the queue. It takes an
@@ -58,7 +61,7 @@ class ServiceTest : public testing::Test {
  private:
   static constexpr int kFirstMarker = 12;
 
-  std::unique_ptr<ServiceProcess> process_;
+  std::unique_ptr<ServiceUnderTest> process_;
   int markers_ = 0;
 };
 

@@ -2,7 +2,6 @@
 // line that wrote it, which any number may be.
 #include <gtest/gtest.h>
 
-#include "tests/service/patience.h"
 #include "tests/service/service_test.h"
 
 namespace service {
@@ -31,27 +30,6 @@ class TraceOfAFlow : public ServiceTest {
  private:
   std::size_t seen_ = 0;
 };
-
-TEST_F(TraceOfAFlow, HostMapHit) {
-  Serve({.servers = {"127.0.0.2"}, .hostMaps = {{"mapped.example", "10.1.2.203"}}});
-  const Application application;
-  application.Asks(Query(0x1234, "Mapped.Example"));
-  application.Hears();
-  ExpectTraced({
-      "func: thread_query(line:%d) ****QureyThread***: received dns request",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 32 data from 127.0.0.1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) pDNSHeader QuestionCount :1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) received dns request............"
-      "Mapped.Example",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: the request domain is "
-      "Mapped.Example, id:0",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 0, DnsListSize:2",
-      "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:1(0: dns, 1:hostmap)",
-      "func: TryNextDNSQueryMethod(line:%d) find Mapped.Example from hostmap, ip:10.1.2.203, req "
-      "id:0",
-  });
-}
 
 TEST_F(TraceOfAFlow, MissForwardAndRelay) {
   Serve({.servers = {"127.0.0.2"}, .hostMaps = {{"mapped.example", "10.1.2.3"}}});
@@ -132,123 +110,6 @@ TEST_F(TraceOfAFlow, FallThroughToNoSuchName) {
       "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 2, DnsListSize:2",
       "func: TryNextDNSQueryMethod(line:%d) no more DNS methods, send no such name response",
   });
-}
-
-TEST_F(TraceOfAFlow, ReverseLookUp) {
-  Serve({.servers = {"127.0.0.2"}});
-  const Application application;
-  application.Asks(Query(0x1234, "1.0.168.192.in-addr.arpa"));
-  application.Hears();
-  ExpectTraced({
-      "func: thread_query(line:%d) ****QureyThread***: received dns request",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 42 data from 127.0.0.1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) pDNSHeader QuestionCount :1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) received dns request............"
-      "1.0.168.192.in-addr.arpa",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: the request domain is "
-      "1.0.168.192.in-addr.arpa, id:0",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 159, DnsListSize:1",
-      "func: TryNextDNSQueryMethod(line:%d) no more DNS methods, send no such name response",
-  });
-}
-
-TEST_F(TraceOfAFlow, WrongSenderLateAnswerAndRunt) {
-  Serve({.servers = {"127.0.0.2"}});
-  Server server("127.0.0.2");
-  const UdpPeer stranger("127.0.0.99");
-  const Application application;
-  application.Asks(Query(0x1234, "www.example"));
-  const Bytes answer = AnswerTo(server.IsAsked(), {10, 0, 127, 128});
-  ASSERT_TRUE(Process().Traces(
-      "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:0(0: dns, 1:hostmap)"));
-  ExpectTraced({
-      "func: thread_query(line:%d) ****QureyThread***: received dns request",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 29 data from 127.0.0.1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) pDNSHeader QuestionCount :1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) received dns request............"
-      "www.example",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: the request domain is "
-      "www.example, id:0",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 0, DnsListSize:1",
-      "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:0(0: dns, 1:hostmap)",
-  });
-
-  stranger.Send(answer, server.Asker());
-  ExpectTraced({
-      "func: thread_answer(line:%d) AnswerThread: received dns response.",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 45 data from "
-      "127.0.0.99",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) id: 0, dns_index:0 current dns rsp from: "
-      "127.0.0.99, should from: 127.0.0.2, it seems error",
-  });
-
-  server.Answers(answer);
-  application.Hears();
-  ExpectTraced({
-      "func: thread_answer(line:%d) AnswerThread: received dns response.",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 45 data from "
-      "127.0.0.2",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) domain www.example received answer "
-      "10.0.127.-128 from 127.0.0.2, we have to delete id:0",
-  });
-
-  server.Answers(answer);
-  ExpectTraced({
-      "func: thread_answer(line:%d) AnswerThread: received dns response.",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 45 data from "
-      "127.0.0.2",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) rsp from: 127.0.0.2, id: 0, request not "
-      "found",
-  });
-
-  server.Answers({1, 2, 3});
-  Process().WaitForReturn();
-  ExpectTraced({
-      "func: thread_answer(line:%d) AnswerThread: received dns response.",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 3 data from "
-      "127.0.0.2",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: do_answer: answer too "
-      "short: 3, from: 127.0.0.2",
-      "func: thread_answer(line:%d) RecvAndProcessPacketsFromDNSServer failed, exit.",
-  });
-}
-
-TEST_F(TraceOfAFlow, QueriesThatEndTheQueryThread) {
-  const struct {
-    Bytes query;
-    TraceLines lines;
-  } cases[] = {
-      {Bytes(11),
-       {"func: thread_query(line:%d) ****QureyThread***: received dns request",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 11 data from "
-        "127.0.0.1",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: query too short from "
-        "127.0.0.1"}},
-      {WithQuestionCount(Query(1, "www.example"), 258),
-       {"func: thread_query(line:%d) ****QureyThread***: received dns request",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 29 data from "
-        "127.0.0.1",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d) pDNSHeader QuestionCount :258",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: QuestionCount invalid: 258, "
-        "from: 127.0.0.1"}},
-      {Query(1, ""),
-       {"func: thread_query(line:%d) ****QureyThread***: received dns request",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 17 data from "
-        "127.0.0.1",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d) pDNSHeader QuestionCount :1",
-        "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: domain is empty, from: "
-        "127.0.0.1"}},
-  };
-  for (const auto& test : cases) {
-    Serve({});
-    const int threads = Process().Threads();
-    const Application application;
-    application.Asks(test.query);
-    EXPECT_TRUE(Eventually([&] { return Process().Threads() < threads; }));
-    ExpectTraced(test.lines);
-  }
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <sys/select.h>
 #include <unistd.h>
 
-#include "tests/service/patience.h"
 #include "tests/service/service_test.h"
 
 namespace service {

@@ -2,8 +2,6 @@
 #ifndef TESTS_STRESS_TRAFFIC_H_
 #define TESTS_STRESS_TRAFFIC_H_
 
-#include <netinet/in.h>
-
 #include <array>
 #include <cstddef>
 #include <deque>
@@ -14,6 +12,7 @@
 #include "dns_proxy_mac/proxy/query_method.h"
 #include "tests/stress/workers.h"
 #include "tests/support/dns_message_builder.h"
+#include "tests/support/udp_peer.h"
 
 namespace stress {
 
@@ -42,14 +41,6 @@ struct Tally {
 
 class Traffic {
  public:
-  static constexpr std::size_t kServers = 2;
-
-  Traffic();
-  ~Traffic();
-
-  Traffic(const Traffic&) = delete;
-  Traffic& operator=(const Traffic&) = delete;
-
   // The method that asks server number `server`.
   DNSMethodInfo Server(std::size_t server) const;
 
@@ -61,25 +52,20 @@ class Traffic {
   const Tally& Seen() const { return tally_; }
 
  private:
-  struct Peer {
-    int sock;
-    sockaddr_in address;
-  };
   struct Answer {
     Bytes bytes;
     std::size_t server;
   };
 
-  static Peer OpenPeer(const char* address);
   bool Chance(int ofHundred) { return static_cast<int>(random_() % 100) < ofHundred; }
-  void Send(const Peer& from, const Bytes& bytes, const sockaddr_in& to) const;
   void ServeQueries(const Workers& workers, const Manners& manners);
   void Forge(const Workers& workers, const Manners& manners);
   void Hear();
 
-  Peer application_;
-  std::array<Peer, kServers> servers_;
-  Peer stranger_;
+  support::UdpPeer application_{"127.0.0.1"};
+  std::array<support::UdpPeer, 2> servers_{support::UdpPeer("127.0.0.2"),
+                                           support::UdpPeer("127.0.0.3")};
+  support::UdpPeer stranger_{"127.0.0.9"};
   std::deque<Answer> old_;            // answers that have been given
   unsigned short lastForwarded_ = 0;  // the identifier, machine order
   std::minstd_rand random_{20};

@@ -12,7 +12,6 @@
 #include "dns_proxy_mac/proxy/query_path.h"
 #include "dns_proxy_mac/proxy/response_path.h"
 #include "dns_proxy_mac/proxy/service_state.h"
-#include "tests/support/socket_addresses.h"
 
 namespace stress {
 
@@ -21,17 +20,14 @@ namespace {
 // How long a handler waits for a datagram before its thread looks whether it is to end.
 constexpr timeval kReceiveTimeout = {0, 10'000};
 
-int OpenSocket(sockaddr_in& boundTo) {
-  const int sock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-  const sockaddr_in any = support::Ipv4Address("127.0.0.1", 0);
-  socklen_t length = sizeof(boundTo);
-  if (sock < 0 || bind(sock, reinterpret_cast<const sockaddr*>(&any), sizeof(any)) != 0 ||
-      getsockname(sock, reinterpret_cast<sockaddr*>(&boundTo), &length) != 0 ||
-      setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout, sizeof(kReceiveTimeout)) != 0) {
+// The descriptor of `peer`, for a worker.
+int WorkerSocket(const support::UdpPeer& peer) {
+  if (setsockopt(peer.Socket(), SOL_SOCKET, SO_RCVTIMEO, &kReceiveTimeout,
+                 sizeof(kReceiveTimeout)) != 0) {
     std::perror("a worker's socket");
     std::abort();
   }
-  return sock;
+  return peer.Socket();
 }
 
 int SilenceStandardOutput() {
@@ -53,8 +49,8 @@ bool IsEmpty(int sock) {
 Workers::Workers(const DNSMethodList& methods,
                  const std::vector<std::pair<std::string, std::string>>& hostMaps)
     : standardOutput_(SilenceStandardOutput()) {
-  g_SockToClientApps = OpenSocket(queriesTo_);
-  g_SockToDNSServers = OpenSocket(answersTo_);
+  g_SockToClientApps = WorkerSocket(queries_);
+  g_SockToDNSServers = WorkerSocket(answers_);
   g_DnsMethodList = methods;
   for (const auto& [domain, address] : hostMaps) {
     std::string name = domain;
@@ -76,8 +72,6 @@ Workers::~Workers() {
   ended_.store(true, std::memory_order_relaxed);
   query_.join();
   answer_.join();
-  close(g_SockToClientApps);
-  close(g_SockToDNSServers);
   g_DnsRequestTable.Clear();
   g_DnsMethodList = {};
   g_Hostmaps.Clear();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "dns_proxy_mac/proxy/query_method.h"
+#include "tests/support/udp_peer.h"
 
 namespace stress {
 
@@ -40,8 +41,10 @@ class Workers {
 
  private:
   int standardOutput_;
-  sockaddr_in queriesTo_{};
-  sockaddr_in answersTo_{};
+  const support::UdpPeer queries_{"127.0.0.1"};
+  const support::UdpPeer answers_{"127.0.0.1"};
+  const sockaddr_in queriesTo_ = queries_.Address();
+  const sockaddr_in answersTo_ = answers_.Address();
   std::atomic<bool> ended_{false};
   std::thread query_;
   std::thread answer_;

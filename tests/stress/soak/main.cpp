@@ -9,11 +9,12 @@
 #include <cstdio>
 #include <string>
 
+#include "tests/stress/soak/measures.h"
 #include "tests/stress/soak/questions.h"
-#include "tests/stress/soak/service_under_soak.h"
 #include "tests/stress/soak/world.h"
 #include "tests/support/isolation.h"
 #include "tests/support/run_length.h"
+#include "tests/support/service_under_test.h"
 
 namespace {
 
@@ -58,22 +59,26 @@ int main(int argc, char** argv) {
                             : began + std::chrono::duration_cast<Clock::duration>(
                                           std::chrono::duration<double, std::ratio<60>>(minutes));
   const soak::Questions questions;
-  const soak::ServiceUnderSoak service(questions.HostMaps());
-  const long memoryAtStart = service.MemoryInUse();
+  const support::ServiceUnderTest service(
+      {.servers = {soak::kServerAddresses.begin(), soak::kServerAddresses.end()},
+       .hostMaps = questions.HostMaps(),
+       .traced = false});
+  service.WaitUntilStarted();
+  const long memoryAtStart = soak::MemoryInUse(service.ProcessId());
   soak::World world(questions);
   const soak::Count& count = world.Counted();
 
   const auto ask = [&](long number) { world.Ask(number, deadline, kPatience); };
   ask(queries > 0 ? std::min(kWarmUp, queries / 2) : kWarmUp);
-  const long memoryAtBase = service.MemoryInUse();
+  const long memoryAtBase = soak::MemoryInUse(service.ProcessId());
   long memoryAtMost = memoryAtBase;
   while ((queries == 0 || count.asked < queries) && Clock::now() < deadline && count.lost == 0 &&
-         service.IsRunning()) {
+         !service.HasEnded()) {
     ask(queries > 0 ? std::min(kSampleEvery, queries - count.asked) : kSampleEvery);
-    memoryAtMost = std::max(memoryAtMost, service.MemoryInUse());
+    memoryAtMost = std::max(memoryAtMost, soak::MemoryInUse(service.ProcessId()));
   }
-  const long memoryAtEnd = service.MemoryInUse();
-  const bool survived = service.IsRunning();
+  const long memoryAtEnd = soak::MemoryInUse(service.ProcessId());
+  const bool survived = !service.HasEnded();
   const long dropped = soak::DroppedBySystem();
   const double seconds = std::chrono::duration<double>(Clock::now() - began).count();
 
@@ -93,7 +98,7 @@ int main(int argc, char** argv) {
   Row("base: after the first queries, at rest", memoryAtBase);
   Row("most, between rounds", memoryAtMost);
   Row("at the end, at rest", memoryAtEnd);
-  Row("peak resident, code included", service.PeakResident());
+  Row("peak resident, code included", soak::PeakResident(service.ProcessId()));
   std::printf("%.0f s, %.0f queries a second\n", seconds,
               static_cast<double>(count.asked) / seconds);
 

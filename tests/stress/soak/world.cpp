@@ -1,19 +1,23 @@
 #include "tests/stress/soak/world.h"
 
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <optional>
 
+#include "tests/support/messages.h"
 #include "tests/support/socket_addresses.h"
 
 namespace soak {
 
 namespace {
+
+using support::IdOf;
+using support::UdpPeer;
+using support::UnderProxyId;
 
 constexpr std::size_t kApplications = 250;
 constexpr std::size_t kMostInFlight = 1000;
@@ -39,47 +43,14 @@ constexpr unsigned kForged = 20;
 // Far from any identifier in flight, and from any that is sent in the life of a forgery.
 constexpr unsigned short kFarAhead = 30'000;
 
-int OpenSocket(const char* address, unsigned short port) {
-  const int sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
-  const int room = 1 << 20;
-  const sockaddr_in name = support::Ipv4Address(address, port);
-  if (sock < 0 || setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &room, sizeof(room)) != 0 ||
-      bind(sock, reinterpret_cast<const sockaddr*>(&name), sizeof(name)) != 0) {
-    std::perror("soak: socket");
-    std::exit(1);
-  }
-  return sock;
-}
-
-void Watch(int epoll, int sock, std::size_t number) {
+void Watch(int epoll, const UdpPeer& peer, std::size_t number) {
   epoll_event event = {};
   event.events = EPOLLIN;
   event.data.u64 = number;
-  if (epoll_ctl(epoll, EPOLL_CTL_ADD, sock, &event) != 0) {
+  if (epoll_ctl(epoll, EPOLL_CTL_ADD, peer.Socket(), &event) != 0) {
     std::perror("soak: epoll");
     std::exit(1);
   }
-}
-
-bool Receive(int sock, Bytes& bytes, sockaddr_in& from) {
-  socklen_t length = sizeof(from);
-  bytes.resize(8192);
-  const ssize_t size = recvfrom(sock, bytes.data(), bytes.size(), MSG_DONTWAIT,
-                                reinterpret_cast<sockaddr*>(&from), &length);
-  bytes.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
-  return size >= 0;
-}
-
-// Identifiers as they lie in a message, whatever their order.
-unsigned short IdOf(const Bytes& message) {
-  unsigned short id;
-  std::memcpy(&id, message.data(), sizeof(id));
-  return id;
-}
-
-Bytes UnderId(Bytes message, unsigned short id) {
-  std::memcpy(message.data(), &id, sizeof(id));
-  return message;
 }
 
 bool SameButForId(const Bytes& a, const Bytes& b) {
@@ -92,29 +63,18 @@ World::World(const Questions& questions)
     : questions_(questions),
       epoll_(epoll_create1(EPOLL_CLOEXEC)),
       asking_(kApplications),
-      stranger_(OpenSocket("127.0.0.9", 0)),
       service_(support::Ipv4Address("127.0.0.1", 53)),
       flights_(questions.Size()) {
   for (std::size_t application = 0; application < kApplications; ++application) {
-    applications_.push_back(OpenSocket("127.0.0.1", 0));
+    applications_.emplace_back("127.0.0.1");
     Watch(epoll_, applications_.back(), application);
   }
   for (std::size_t server = 0; server < kServers; ++server) {
-    servers_[server] = OpenSocket(kServerAddresses[server], 53);
     Watch(epoll_, servers_[server], kApplications + server);
   }
 }
 
-World::~World() {
-  for (const int sock : applications_) {
-    close(sock);
-  }
-  for (const int sock : servers_) {
-    close(sock);
-  }
-  close(stranger_);
-  close(epoll_);
-}
+World::~World() { close(epoll_); }
 
 void World::Ask(long queries, std::chrono::steady_clock::time_point deadline,
                 std::chrono::seconds patience) {
@@ -163,8 +123,8 @@ void World::AskOne() {
   asking_[application].push_back(nextQuestion_);
   ++inFlight_;
   ++count_.asked;
-  Send(applications_[application],
-       UnderId(questions_.At(nextQuestion_).query, flight.applicationId), service_);
+  applications_[application].Send(
+      UnderProxyId(questions_.At(nextQuestion_).query, flight.applicationId), service_);
 }
 
 bool World::HasSomethingToSend() const {
@@ -200,10 +160,10 @@ void World::SendOne() {
   if (outgoing.noise == nullptr) {
     flights_[outgoing.question].answerNumber = answersSent_;
     if (random_() % 100 < kDoubled) {
-      noise_.push_back({outgoing.bytes, outgoing.sock, 0, &Count::doubled, 0, count_.asked});
+      noise_.push_back({outgoing.bytes, outgoing.from, 0, &Count::doubled, 0, count_.asked});
     }
   }
-  Send(outgoing.sock, outgoing.bytes, asker_);
+  outgoing.from->Send(outgoing.bytes, asker_);
 }
 
 void World::ReceiveAll(int timeoutMs) {
@@ -220,9 +180,8 @@ void World::ReceiveAll(int timeoutMs) {
 }
 
 void World::HearAll(std::size_t application) {
-  Bytes answer;
-  sockaddr_in from;
-  while (Receive(applications_[application], answer, from)) {
+  while (const std::optional<support::Datagram> heard = applications_[application].Arrived()) {
+    const Bytes& answer = heard->bytes;
     const std::size_t question = questions_.NumberOf(answer);
     const bool asked = question < questions_.Size() && flights_[question].inFlight &&
                        flights_[question].application == application &&
@@ -248,8 +207,9 @@ void World::Land(std::size_t question) {
 }
 
 void World::ServeAll(std::size_t server) {
-  Bytes query;
-  while (Receive(servers_[server], query, asker_)) {
+  while (const std::optional<support::Datagram> asked = servers_[server].Arrived()) {
+    const Bytes& query = asked->bytes;
+    asker_ = asked->from;
     const std::size_t number = questions_.NumberOf(query);
     if (number == questions_.Size() || !flights_[number].inFlight ||
         !SameButForId(query, questions_.At(number).query) ||
@@ -260,8 +220,8 @@ void World::ServeAll(std::size_t server) {
     queriesReceived_ = std::max(queriesReceived_, flights_[number].queryNumber);
     answersReceived_ = std::max(answersReceived_, flights_[number].answerNumber);
     Forge(server, query);
-    Outgoing answer{UnderId(questions_.At(number).serverAnswers[server], IdOf(query)),
-                    servers_[server],
+    Outgoing answer{UnderProxyId(questions_.At(number).serverAnswers[server], IdOf(query)),
+                    &servers_[server],
                     number,
                     nullptr,
                     0,
@@ -281,26 +241,10 @@ void World::Forge(std::size_t server, const Bytes& query) {
     return;
   }
   const bool withRecord = random_() % 2 == 0;
-  support::DnsMessageBuilder forged;
-  forged.Flags(0x8180).Question("forged.example", 1, 1);
-  if (withRecord) {
-    forged.Answer(1, {192, 0, 2, 66});
-  }
-  const unsigned short id = IdOf(query);
-  if (random_() % 2 == 0) {
-    noise_.push_back({UnderId(forged.Build(), id), stranger_, 0, &Count::forged, 0, count_.asked});
-  } else {
-    noise_.push_back({UnderId(forged.Build(), static_cast<unsigned short>(id + kFarAhead)),
-                      servers_[server], 0, &Count::forged, 0, count_.asked});
-  }
-}
-
-void World::Send(int sock, const Bytes& bytes, const sockaddr_in& to) {
-  if (sendto(sock, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&to),
-             sizeof(to)) < 0) {
-    std::perror("soak: sendto");
-    std::exit(1);
-  }
+  const bool strange = random_() % 2 == 0;
+  const auto id = static_cast<unsigned short>(IdOf(query) + (strange ? 0 : kFarAhead));
+  noise_.push_back({support::ForgedAnswer(id, withRecord), strange ? &stranger_ : &servers_[server],
+                    0, &Count::forged, 0, count_.asked});
 }
 
 }  // namespace soak

@@ -8,11 +8,13 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <deque>
 #include <random>
 #include <utility>
 #include <vector>
 
 #include "tests/stress/soak/questions.h"
+#include "tests/support/udp_peer.h"
 
 namespace soak {
 
@@ -56,7 +58,7 @@ class World {
   // A datagram that a server (or a forger) is going to send.
   struct Outgoing {
     Bytes bytes;
-    int sock;
+    const support::UdpPeer* from;
     std::size_t question;  // of a right answer
     long Count::*noise;    // of any other, where it counts when it is sent; else null
     long notBefore;        // in queries asked
@@ -72,18 +74,16 @@ class World {
   void Forge(std::size_t server, const Bytes& query);
   void Land(std::size_t question);
 
-  // Sends from `sock`, a datagram socket of this world's.
-  static void Send(int sock, const Bytes& bytes, const sockaddr_in& to);
-
   const Questions& questions_;
   Count count_;
   std::minstd_rand random_{1};
 
   int epoll_;
-  std::vector<int> applications_;
+  std::deque<support::UdpPeer> applications_;
   std::vector<std::vector<std::size_t>> asking_;  // by application: its questions in flight
-  std::array<int, kServers> servers_{};
-  int stranger_;
+  std::array<support::UdpPeer, kServers> servers_{support::UdpPeer(kServerAddresses[0], 53),
+                                                  support::UdpPeer(kServerAddresses[1], 53)};
+  support::UdpPeer stranger_{"127.0.0.9"};
   sockaddr_in service_;  // 127.0.0.1 port 53
   sockaddr_in asker_{};  // where the service asks servers from
 

@@ -1,6 +1,6 @@
-// The two kinds of peers that the service talks to, played by the test.
-#ifndef TESTS_SERVICE_UDP_PEER_H_
-#define TESTS_SERVICE_UDP_PEER_H_
+// UDP sockets of the test's, and the two kinds of peers that the service talks to.
+#ifndef TESTS_SUPPORT_UDP_PEER_H_
+#define TESTS_SUPPORT_UDP_PEER_H_
 
 #include <netinet/in.h>
 
@@ -8,16 +8,14 @@
 
 #include "tests/support/dns_message_builder.h"
 
-namespace service {
-
-using support::Bytes;
+namespace support {
 
 struct Datagram {
   Bytes bytes;
   sockaddr_in from;
 };
 
-// A UDP socket of the test's.
+// A socket of the test's. What the system refuses it ends the process.
 class UdpPeer {
  public:
   // Bound to `address` (dotted decimal) and `port`; 0: one that the system chooses.
@@ -26,6 +24,11 @@ class UdpPeer {
 
   UdpPeer(const UdpPeer&) = delete;
   UdpPeer& operator=(const UdpPeer&) = delete;
+
+  int Socket() const { return sock_; }
+
+  // What it is bound to.
+  sockaddr_in Address() const;
 
   void Send(const Bytes& bytes, const sockaddr_in& to) const;
 
@@ -73,6 +76,6 @@ class Server : public UdpPeer {
   sockaddr_in asker_{};
 };
 
-}  // namespace service
+}  // namespace support
 
-#endif  // TESTS_SERVICE_UDP_PEER_H_
+#endif  // TESTS_SUPPORT_UDP_PEER_H_

@@ -1,12 +1,12 @@
 // Waiting for what another process does.
-#ifndef TESTS_SERVICE_PATIENCE_H_
-#define TESTS_SERVICE_PATIENCE_H_
+#ifndef TESTS_SUPPORT_PATIENCE_H_
+#define TESTS_SUPPORT_PATIENCE_H_
 
 #include <unistd.h>
 
 #include <chrono>
 
-namespace service {
+namespace support {
 
 // How long a test waits for what has to come before it calls it lost. Generous: machines are busy
 // and sanitizers slow, and a test that passes never waits this long.
@@ -25,6 +25,6 @@ bool Eventually(const Condition& condition) {
   return true;
 }
 
-}  // namespace service
+}  // namespace support
 
-#endif  // TESTS_SERVICE_PATIENCE_H_
+#endif  // TESTS_SUPPORT_PATIENCE_H_

@@ -1,6 +1,6 @@
 // StartDnsSrv in a process of its own.
-#ifndef TESTS_SERVICE_SERVICE_PROCESS_H_
-#define TESTS_SERVICE_SERVICE_PROCESS_H_
+#ifndef TESTS_SUPPORT_SERVICE_UNDER_TEST_H_
+#define TESTS_SUPPORT_SERVICE_UNDER_TEST_H_
 
 #include <sys/types.h>
 
@@ -12,7 +12,7 @@
 
 #include "tests/support/trace_capture.h"
 
-namespace service {
+namespace support {
 
 // What the service is started with.
 struct Plan {
@@ -36,16 +36,16 @@ struct Outcome {
 
 // The service's process: one call of StartDnsSrv. After the call's return it lingers, so that
 // threads which outlive the call can be watched, and leaves with _exit when this object goes.
-class ServiceProcess {
+class ServiceUnderTest {
  public:
-  explicit ServiceProcess(const Plan& plan);
+  explicit ServiceUnderTest(const Plan& plan);
 
   // Ends the process. The test fails if it has ended by itself before, which is what a crash or a
   // sanitizer's report comes to.
-  ~ServiceProcess();
+  ~ServiceUnderTest();
 
-  ServiceProcess(const ServiceProcess&) = delete;
-  ServiceProcess& operator=(const ServiceProcess&) = delete;
+  ServiceUnderTest(const ServiceUnderTest&) = delete;
+  ServiceUnderTest& operator=(const ServiceUnderTest&) = delete;
 
   // Waits until the service can be asked; when it is traced, until the last line of the start.
   void WaitUntilStarted() const;
@@ -54,11 +54,14 @@ class ServiceProcess {
   Outcome WaitForReturn() const;
   bool HasReturned() const;
 
+  pid_t ProcessId() const { return pid_; }
+  bool HasEnded() const;
+
   // The threads of the process, those of a sanitizer's runtime included.
   int Threads() const;
 
   // Everything traced so far.
-  support::TraceLines Trace() const;
+  TraceLines Trace() const;
 
   // Waits until the trace holds `line` (see TraceLineMatches).
   bool Traces(const std::string& line) const;
@@ -72,7 +75,6 @@ class ServiceProcess {
   struct Report;
 
   [[noreturn]] void Run(const Plan& plan, int leave) const;
-  bool HasEnded() const;
   bool HasTraced(const std::string& line) const;
   bool Interrupt(int signal, const std::string& line) const;
 
@@ -83,6 +85,6 @@ class ServiceProcess {
   Report* report_;  // shared with the process
 };
 
-}  // namespace service
+}  // namespace support
 
-#endif  // TESTS_SERVICE_SERVICE_PROCESS_H_
+#endif  // TESTS_SUPPORT_SERVICE_UNDER_TEST_H_

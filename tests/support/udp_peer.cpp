@@ -1,18 +1,17 @@
-#include "tests/service/udp_peer.h"
+#include "tests/support/udp_peer.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
-#include "tests/service/patience.h"
+#include "tests/support/patience.h"
 #include "tests/support/socket_addresses.h"
 
-namespace service {
+namespace support {
 
 namespace {
 
@@ -23,26 +22,38 @@ constexpr std::size_t kReceiveSpace = 65536;
 // enough for the service's own sockets, which have the system's ordinary space.)
 constexpr int kReceiveBuffer = 4 * 1024 * 1024;
 
-sockaddr_in ServiceAddress() { return support::Ipv4Address("127.0.0.1", 53); }
+sockaddr_in ServiceAddress() { return Ipv4Address("127.0.0.1", 53); }
+
+void Require(bool done, const char* what) {
+  if (!done) {
+    std::perror(what);
+    std::abort();
+  }
+}
 
 }  // namespace
 
-UdpPeer::UdpPeer(const char* address, unsigned short port)
-    : sock_(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-  const sockaddr_in own = support::Ipv4Address(address, port);
-  if (bind(sock_, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) != 0) {
-    std::perror(address);
-    std::abort();
-  }
+UdpPeer::UdpPeer(const char* address, unsigned short port) : sock_(socket(AF_INET, SOCK_DGRAM, 0)) {
+  const sockaddr_in own = Ipv4Address(address, port);
+  Require(bind(sock_, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) == 0, address);
+#if defined(SO_RCVBUFFORCE)
   setsockopt(sock_, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer));
+#endif
 }
 
 UdpPeer::~UdpPeer() { close(sock_); }
 
+sockaddr_in UdpPeer::Address() const {
+  sockaddr_in address;
+  socklen_t length = sizeof(address);
+  Require(getsockname(sock_, reinterpret_cast<sockaddr*>(&address), &length) == 0, "getsockname");
+  return address;
+}
+
 void UdpPeer::Send(const Bytes& bytes, const sockaddr_in& to) const {
   const ssize_t sent = sendto(sock_, bytes.data(), bytes.size(), 0,
                               reinterpret_cast<const sockaddr*>(&to), sizeof(to));
-  EXPECT_EQ(sent, static_cast<ssize_t>(bytes.size())) << "errno " << errno;
+  Require(sent == static_cast<ssize_t>(bytes.size()), "a peer's datagram");
 }
 
 std::optional<Datagram> UdpPeer::Receive() const {
@@ -75,7 +86,7 @@ Bytes Application::Hears() const {
   if (!heard) {
     return {};
   }
-  EXPECT_EQ(support::BytesOf(heard->from), support::BytesOf(ServiceAddress()))
+  EXPECT_EQ(BytesOf(heard->from), BytesOf(ServiceAddress()))
       << "an answer that does not come from where the query went";
   return heard->bytes;
 }
@@ -89,4 +100,4 @@ Bytes Server::IsAsked() {
   return query->bytes;
 }
 
-}  // namespace service
+}  // namespace support

@@ -1,4 +1,4 @@
-#include "tests/service/service_process.h"
+#include "tests/support/service_under_test.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -23,10 +23,10 @@
 
 #include "dns_proxy_mac/proxy/dns_proxy.h"
 #include "dns_proxy_mac/proxy/service_state.h"
-#include "tests/service/patience.h"
+#include "tests/support/patience.h"
 #include "tests/support/platform_calls.h"
 
-namespace service {
+namespace support {
 
 namespace {
 
@@ -66,26 +66,25 @@ bool CallStartDnsSrv(const Plan& plan) {
   // This runtime ends the process at the second wait for one thread, before the system can refuse
   // it. So the refusal is made here.
   bool joined = false;
-  const support::Replaced join(support::platform::pthread_join,
-                               [&joined](pthread_t thread, void** result) {
-                                 if (joined) {
-                                   return ESRCH;
-                                 }
-                                 joined = true;
-                                 return support::platform::pthread_join.System(thread, result);
-                               });
+  const Replaced join(platform::pthread_join, [&joined](pthread_t thread, void** result) {
+    if (joined) {
+      return ESRCH;
+    }
+    joined = true;
+    return platform::pthread_join.System(thread, result);
+  });
 #endif
   return StartDnsSrv(plan.servers, plan.hostMaps);
 }
 
 }  // namespace
 
-struct ServiceProcess::Report {
+struct ServiceUnderTest::Report {
   std::atomic<bool> returned;
   Outcome outcome;
 };
 
-ServiceProcess::ServiceProcess(const Plan& plan)
+ServiceUnderTest::ServiceUnderTest(const Plan& plan)
     : traced_(plan.traced), trace_(static_cast<int>(memfd_create("trace", MFD_CLOEXEC))) {
   void* const shared =
       mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -108,7 +107,7 @@ ServiceProcess::ServiceProcess(const Plan& plan)
   close(leave[0]);
 }
 
-ServiceProcess::~ServiceProcess() {
+ServiceUnderTest::~ServiceUnderTest() {
   int status = 0;
   if (HasReturned()) {
     close(control_);
@@ -126,7 +125,7 @@ ServiceProcess::~ServiceProcess() {
   munmap(report_, sizeof(Report));
 }
 
-void ServiceProcess::Run(const Plan& plan, int leave) const {
+void ServiceUnderTest::Run(const Plan& plan, int leave) const {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const int output = plan.traced ? trace_ : open("/dev/null", O_WRONLY | O_CLOEXEC);
   dup2(output, STDOUT_FILENO);
@@ -151,27 +150,27 @@ void ServiceProcess::Run(const Plan& plan, int leave) const {
   _exit(0);
 }
 
-void ServiceProcess::WaitUntilStarted() const {
+void ServiceUnderTest::WaitUntilStarted() const {
   // What is sent from the bind on waits for the query thread.
   ASSERT_TRUE(traced_ ? Traces("func: StartDnsSrv(line:%d) pthread_create thread_query success")
                       : Eventually([this] { return PortIsTaken() || HasEnded(); }) && !HasEnded());
 }
 
-bool ServiceProcess::HasReturned() const { return report_->returned.load(); }
+bool ServiceUnderTest::HasReturned() const { return report_->returned.load(); }
 
-Outcome ServiceProcess::WaitForReturn() const {
+Outcome ServiceUnderTest::WaitForReturn() const {
   EXPECT_TRUE(Eventually([this] { return HasReturned() || HasEnded(); }));
   EXPECT_TRUE(HasReturned()) << "StartDnsSrv has not returned";
   return report_->outcome;
 }
 
-bool ServiceProcess::HasEnded() const {
+bool ServiceUnderTest::HasEnded() const {
   siginfo_t ended = {};
   return waitid(P_PID, static_cast<id_t>(pid_), &ended, WEXITED | WNOHANG | WNOWAIT) != 0 ||
          ended.si_pid != 0;
 }
 
-int ServiceProcess::Threads() const {
+int ServiceUnderTest::Threads() const {
   const std::string path = "/proc/" + std::to_string(pid_) + "/task";
   DIR* const folder = opendir(path.c_str());
   if (folder == nullptr) {
@@ -185,27 +184,26 @@ int ServiceProcess::Threads() const {
   return count;
 }
 
-support::TraceLines ServiceProcess::Trace() const {
+TraceLines ServiceUnderTest::Trace() const {
   struct stat status = {};
   fstat(trace_, &status);
   std::string text(static_cast<std::size_t>(status.st_size), '\0');
   const ssize_t count = pread(trace_, text.data(), text.size(), 0);
   text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
-  return support::SplitLines(text);
+  return SplitLines(text);
 }
 
-bool ServiceProcess::HasTraced(const std::string& line) const {
-  const support::TraceLines lines = Trace();
-  return std::any_of(lines.begin(), lines.end(), [&line](const std::string& actual) {
-    return support::TraceLineMatches(line, actual);
-  });
+bool ServiceUnderTest::HasTraced(const std::string& line) const {
+  const TraceLines lines = Trace();
+  return std::any_of(lines.begin(), lines.end(),
+                     [&line](const std::string& actual) { return TraceLineMatches(line, actual); });
 }
 
-bool ServiceProcess::Traces(const std::string& line) const {
+bool ServiceUnderTest::Traces(const std::string& line) const {
   return Eventually([&] { return HasTraced(line) || HasEnded(); }) && !HasEnded();
 }
 
-bool ServiceProcess::Interrupt(int signal, const std::string& line) const {
+bool ServiceUnderTest::Interrupt(int signal, const std::string& line) const {
   return Eventually([&] {
            syscall(SYS_tgkill, pid_, pid_, signal);
            usleep(20 * 1000);
@@ -214,12 +212,12 @@ bool ServiceProcess::Interrupt(int signal, const std::string& line) const {
          !HasEnded();
 }
 
-bool ServiceProcess::InterruptAnswerThread(const std::string& line) const {
+bool ServiceUnderTest::InterruptAnswerThread(const std::string& line) const {
   return Interrupt(kInterruptAnswerThread, line);
 }
 
-bool ServiceProcess::InterruptQueryThread(const std::string& line) const {
+bool ServiceUnderTest::InterruptQueryThread(const std::string& line) const {
   return Interrupt(kInterruptQueryThread, line);
 }
 
-}  // namespace service
+}  // namespace support

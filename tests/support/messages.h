@@ -1,14 +1,14 @@
-// Messages as the tests of the running service speak of them.
-#ifndef TESTS_SERVICE_MESSAGES_H_
-#define TESTS_SERVICE_MESSAGES_H_
+// Messages as the tests speak of them, and what has to come of them: in other words than the
+// service's code, which none of this uses.
+#ifndef TESTS_SUPPORT_MESSAGES_H_
+#define TESTS_SUPPORT_MESSAGES_H_
 
+#include <cstring>
 #include <string>
 
 #include "tests/support/dns_message_builder.h"
 
-namespace service {
-
-using support::Bytes;
+namespace support {
 
 inline constexpr unsigned short kTypeA = 1;
 inline constexpr unsigned short kTypeTxt = 16;
@@ -18,11 +18,19 @@ inline constexpr unsigned short kRecursionDesired = 0x0100;
 
 // A question as a resolver library sends it.
 inline Bytes Query(unsigned short id, const std::string& name, unsigned short type = kTypeA) {
-  return support::DnsMessageBuilder()
+  return DnsMessageBuilder()
       .Id(id)
       .Flags(kRecursionDesired)
       .Question(name, type, kClassInternet)
       .Build();
+}
+
+// The first two bytes of `message` in machine order: an identifier of the service's own, or the
+// application's as two bytes that came.
+inline unsigned short IdOf(const Bytes& message) {
+  unsigned short id;
+  std::memcpy(&id, message.data(), sizeof(id));
+  return id;
 }
 
 // `message` with its first two bytes replaced. `id` is written big-endian.
@@ -34,15 +42,13 @@ inline Bytes UnderId(Bytes message, unsigned short id) {
 
 // `message` under an identifier of the service's own, which travels in machine order.
 inline Bytes UnderProxyId(Bytes message, unsigned short id) {
-  const auto* const bytes = reinterpret_cast<const unsigned char*>(&id);
-  message.at(0) = bytes[0];
-  message.at(1) = bytes[1];
+  std::memcpy(message.data(), &id, sizeof(id));
   return message;
 }
 
 // The header and the question of an answer to `query`, which holds those two and nothing else.
-inline support::DnsMessageBuilder BeginAnswerTo(const Bytes& query, unsigned short flags) {
-  support::DnsMessageBuilder answer;
+inline DnsMessageBuilder BeginAnswerTo(const Bytes& query, unsigned short flags = 0x8180) {
+  DnsMessageBuilder answer;
   answer.Id(static_cast<unsigned short>(query.at(0) << 8 | query.at(1)))
       .Flags(flags)
       .QuestionCount(1)
@@ -52,12 +58,19 @@ inline support::DnsMessageBuilder BeginAnswerTo(const Bytes& query, unsigned sho
 
 // The answer to `query` with one A record.
 inline Bytes AnswerTo(const Bytes& query, const Bytes& address) {
-  return BeginAnswerTo(query, 0x8180).Answer(kTypeA, address).Build();
+  return BeginAnswerTo(query).Answer(kTypeA, address).Build();
 }
 
 // The answer to `query` with this response code and no record.
 inline Bytes EmptyAnswerTo(const Bytes& query, unsigned char responseCode) {
   return BeginAnswerTo(query, static_cast<unsigned short>(0x8180 | responseCode)).Build();
+}
+
+// An answer that no server gave, to a question that nobody asked, under an identifier of the
+// service's own.
+inline Bytes ForgedAnswer(unsigned short id, bool withRecord) {
+  const Bytes query = Query(0, "forged.example");
+  return UnderProxyId(withRecord ? AnswerTo(query, {192, 0, 2, 66}) : EmptyAnswerTo(query, 0), id);
 }
 
 // `message` with bytes 6 and 7, the answer count.
@@ -71,6 +84,11 @@ inline Bytes WithQuestionCount(Bytes message, unsigned short count) {
   message.at(4) = static_cast<unsigned char>(count >> 8);
   message.at(5) = static_cast<unsigned char>(count & 0xFF);
   return message;
+}
+
+// The rule by which an answer is relayed: its count read low byte first and signed is positive.
+inline bool HasRecords(const Bytes& answer) {
+  return answer.at(7) < 0x80 && (answer.at(6) != 0 || answer.at(7) != 0);
 }
 
 // What the service makes up for a name that no method knows: the header is its own, the rest the
@@ -98,6 +116,6 @@ inline Bytes HostAnswer(const Bytes& query, unsigned short type, const Bytes& ad
   return response;
 }
 
-}  // namespace service
+}  // namespace support
 
-#endif  // TESTS_SERVICE_MESSAGES_H_
+#endif  // TESTS_SUPPORT_MESSAGES_H_
