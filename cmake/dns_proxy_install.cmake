@@ -1,6 +1,6 @@
 # What `cmake --install` puts where, in three components:
 #
-#   host         dns_proxy_host, its man page and service file
+#   host         dns_proxy_host and dns_proxy_trace, their man pages, the service file
 #   development  headers, static libraries, their man pages, CMake package, pkg-config files
 #   program      dns_proxy_mac and its man page
 include(CMakePackageConfigHelpers)
@@ -67,6 +67,9 @@ if(TARGET dns_proxy_host)
   install(TARGETS dns_proxy_host RUNTIME DESTINATION "${CMAKE_INSTALL_SBINDIR}" COMPONENT host)
   install(FILES packaging/dns_proxy_host.8
     DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT host)
+  install(TARGETS dns_proxy_trace RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT host)
+  install(FILES packaging/dns_proxy_trace.1
+    DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT host)
 
   # launchd looks in no folder of ours: docs/macos.md says how the administrator puts it there.
   if(APPLE)

@@ -71,8 +71,10 @@ def main():
     inside("dpkg", "--install", *(f"/root/{name}" for name in contents))
     installed = [line for line in inside("dpkg", "-L", *PACKAGES).splitlines() if line]
     for path in (
+        "/usr/bin/dns_proxy_trace",
         "/usr/lib/systemd/system/dns-proxy-host.service",
         "/usr/sbin/dns_proxy_host",
+        "/usr/share/man/man1/dns_proxy_trace.1",
         "/usr/share/man/man3/StartDnsSrv.3",
         "/usr/share/man/man8/dns_proxy_host.8",
     ):
