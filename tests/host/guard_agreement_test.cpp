@@ -89,7 +89,7 @@ Bytes Query(unsigned questions, Bytes name, std::size_t size) {
 }
 
 TEST_F(GuardAgreement, EveryFirstLengthWithEveryFirstByteOfALabel) {
-  for (const std::size_t behind : {0, 1, 2, 3, 8, 127, 128, 200}) {
+  for (const std::size_t behind : {0U, 1U, 2U, 3U, 8U, 127U, 128U, 200U}) {
     const bool both = behind > 1;
     for (int length = 0; length < 256; ++length) {
       for (int first = 0; first < (both ? 256 : 1); ++first) {

@@ -94,7 +94,9 @@ void ProgramRoot::WrapTool(const std::string& name) {
 
 ProgramRun ProgramRoot::Run() {
   WriteFile(kCommandLog, "");
-  const std::string program = DNS_PROXY_MAC_PROGRAM;
+  // The one of this build, or another that is to do the same.
+  const char* const other = std::getenv("DNS_PROXY_MAC_PROGRAM");
+  const std::string program = other != nullptr ? other : DNS_PROXY_MAC_PROGRAM;
   const std::string output = Outside(kOutput);
   const pid_t child = fork();
   if (child == 0) {

@@ -38,6 +38,8 @@ UdpPeer::UdpPeer(const char* address, unsigned short port) : sock_(socket(AF_INE
   Require(bind(sock_, reinterpret_cast<const sockaddr*>(&own), sizeof(own)) == 0, address);
 #if defined(SO_RCVBUFFORCE)
   setsockopt(sock_, SOL_SOCKET, SO_RCVBUFFORCE, &kReceiveBuffer, sizeof(kReceiveBuffer));
+#else
+  setsockopt(sock_, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer, sizeof(kReceiveBuffer));
 #endif
 }
 

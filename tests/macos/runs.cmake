@@ -1,0 +1,90 @@
+# The programs run here, by a program that is built for the machine that builds.
+include(ExternalProject)
+enable_language(C ASM)
+set(CMAKE_ASM_FLAGS "${CMAKE_C_FLAGS}")  # the target
+
+# The rest of this repository for this machine: the loader, and the tests that start a program.
+set(here "${PROJECT_BINARY_DIR}/here")
+ExternalProject_Add(built_for_here
+  SOURCE_DIR "${PROJECT_SOURCE_DIR}"
+  BINARY_DIR "${here}"
+  CMAKE_ARGS
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    -Ddns_proxy_mac_DEVELOPER_MODE=ON
+    -Ddns_proxy_mac_DEVELOPER_FOLDERS=tests
+  BUILD_COMMAND "${CMAKE_COMMAND}" --build . --target run_macos_program startup_tests client_test_host
+  BUILD_ALWAYS ON
+  INSTALL_COMMAND "")
+
+# The unwinder of exceptions is part of libSystem, so it is not part of the programs. LLVM's own comes
+# with zig, as sources. As an executable to CMake, because the toolchain knows how to link those.
+file(GLOB unwinder "${dns_proxy_mac_MACOS_TOOLCHAIN}/venv/lib/*/site-packages/ziglang/lib/libunwind")
+add_executable(macos_unwinder
+  "${unwinder}/src/UnwindLevel1-gcc-ext.c"
+  "${unwinder}/src/UnwindLevel1.c"
+  "${unwinder}/src/UnwindRegistersRestore.S"
+  "${unwinder}/src/UnwindRegistersSave.S"
+  "${unwinder}/src/libunwind.cpp")
+target_include_directories(macos_unwinder PRIVATE "${unwinder}/include")
+target_compile_definitions(macos_unwinder PRIVATE _LIBUNWIND_IS_NATIVE_ONLY)
+target_compile_options(macos_unwinder PRIVATE -funwind-tables
+  $<$<COMPILE_LANGUAGE:CXX>:-std=c++17 -fno-exceptions -fno-rtti>)
+target_link_options(macos_unwinder PRIVATE -dylib)
+
+# runs_here(<target> [<option>...]): a script of the target's name, in the folder `runs`, that runs the
+# program with options of the loader's.
+set(runs "${CMAKE_CURRENT_BINARY_DIR}/runs")
+function(runs_here target)
+  string(JOIN " " options ${ARGN})
+  file(GENERATE OUTPUT "${runs}/${target}"
+    CONTENT "#!/bin/sh
+exec '${here}/tests/macos/run/run_macos_program' --library '$<TARGET_FILE:macos_unwinder>' \
+  ${options} '$<TARGET_FILE:${target}>' \"$@\"
+"
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+endfunction()
+
+function(runs_test name)
+  cmake_parse_arguments(test "" "" "COMMAND;PROPERTIES" ${ARGN})
+  add_test(NAME macos.runs.${name} COMMAND ${test_COMMAND})
+  set_tests_properties(macos.runs.${name} PROPERTIES LABELS macos TIMEOUT 120 ${test_PROPERTIES})
+endfunction()
+
+# The loader itself: what it makes of a linker's work, and of macOS's rules.
+runs_test(loader
+  COMMAND Python3::Interpreter "${CMAKE_CURRENT_SOURCE_DIR}/loader_test.py"
+    "${here}/tests/macos/run/run_macos_program" "$<TARGET_FILE:macos_unwinder>"
+    "${CMAKE_CXX_COMPILER}" "${dns_proxy_mac_LD64}" "${dns_proxy_mac_MACOS_TOOLCHAIN}/lib"
+    ${dns_proxy_mac_MACOS_FLOOR})
+add_executable(rules_test rules_test.cpp)
+dns_proxy_options(rules_test)
+target_link_libraries(rules_test PRIVATE GTest::gtest_main GTest::gtest)
+macos_floor(rules_test 10.12)
+runs_here(rules_test)
+runs_test(rules COMMAND "${runs}/rules_test")
+
+# One host of the service, for both systems.
+add_executable(client_test_host ../clients/client_test_host.cpp)
+dns_proxy_options(client_test_host)
+target_link_libraries(client_test_host PRIVATE dns_proxy)
+runs_here(client_test_host)
+runs_test(service
+  COMMAND Python3::Interpreter "${CMAKE_CURRENT_SOURCE_DIR}/service_test.py"
+    "${runs}/client_test_host" "${here}/tests/clients/client_test_host"
+  PROPERTIES SKIP_RETURN_CODE 77)
+
+set(skipped "\\[  SKIPPED \\]")
+
+# All unit tests, the guard's rules among them.
+foreach(target unit_tests unit_isolated_tests guard_agreement_test)
+  runs_here(${target})
+  runs_test(${target} COMMAND "${runs}/${target}"
+    PROPERTIES SKIP_REGULAR_EXPRESSION "${skipped}")
+endforeach()
+
+# The start-up step in a file system of its own: the tests of the label startup.
+runs_here(dns_proxy_mac)
+runs_test(startup COMMAND "${here}/tests/startup/startup_tests"
+  PROPERTIES
+    SKIP_REGULAR_EXPRESSION "${skipped}"
+    ENVIRONMENT "DNS_PROXY_MAC_PROGRAM=${runs}/dns_proxy_mac")
