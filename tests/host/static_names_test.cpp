@@ -43,10 +43,10 @@ TEST(StaticNames, AreKeptInTheFormThatTheServiceFindsThemBy) {
 TEST(StaticNames, MappingThatIsNoneIsRefusedWithAReason) {
   const std::string longLabel(64, 'a');
   std::string longName;
-  for (int i = 0; i < 127; ++i) {
+  for (int i = 0; i < 126; ++i) {
     longName += "a.";
   }
-  longName += "aa";
+  longName += "aa";  // one more than fits
   const struct {
     std::string text;
     std::string reason;

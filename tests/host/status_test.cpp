@@ -5,7 +5,7 @@
 namespace {
 
 TEST(Status, TextIsEscapedAsJsonMustBe) {
-  EXPECT_EQ(Quoted("a \"quoted\" \\ reason\x1b[2J"), "\"a \\\"quoted\\\" \\\\ reason?[2J\"");
+  EXPECT_EQ(Quoted("a \"quoted\" \\ reason\n\x1b[2J"), "\"a \\\"quoted\\\" \\\\ reason??[2J\"");
   EXPECT_EQ(Quoted(""), "\"\"");
 }
 

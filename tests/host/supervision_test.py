@@ -146,6 +146,19 @@ class Supervision(hosting.TestCase):
             self.assertLessEqual(len(list(descriptors.iterdir())), before)
             self.assertEqual(resolve("a.example"), "192.0.2.1")
 
+    def test_services_that_end_at_once_are_started_20_ms_apart(self):
+        with Host(*BY_EVENT) as host:
+            host.serving()
+            restarts, began = host.restarts(), time.monotonic()
+            while time.monotonic() < began + 2:
+                send(KILLERS["runt"])
+                time.sleep(0.001)
+            restarts = host.restarts() - restarts
+            seconds = time.monotonic() - began
+            print(f"  {restarts} restarts in {seconds:.2f} s")
+            self.assertGreater(restarts, 2)
+            self.assertLessEqual(restarts, seconds / 0.02 + 1)
+
     def test_start_that_fails_again_and_again_is_tried_less_and_less_often(self):
         with Host(*BY_EVENT) as host:
             host.serving()

@@ -129,6 +129,19 @@ TEST_F(TraceTest, FileOfSomebodyElseIsRefused) {
   EXPECT_THROW(trace.Open(), Failure);
 }
 
+TEST_F(TraceTest, LinkIsRefusedThoughItLeadsToAnOwnFile) {
+  // Whoever may write to the folder could lead the trace, and its rights, anywhere.
+  const std::string other = folder_ + "/trace.1";
+  std::ofstream(other) << "old\n";
+  chmod(other.c_str(), 0644);
+  ASSERT_EQ(symlink(other.c_str(), path_.c_str()), 0);
+  Trace trace(path_, 100, 1);
+  EXPECT_THROW(trace.Open(), Failure);
+  struct stat state;
+  ASSERT_EQ(stat(other.c_str(), &state), 0);
+  EXPECT_EQ(state.st_mode & 0777, 0644u);
+}
+
 TEST_F(TraceTest, AnythingButARegularFileIsRefused) {
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   const struct {

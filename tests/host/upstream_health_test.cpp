@@ -102,6 +102,20 @@ TEST(UpstreamHealth, ServerThatComesBackIsTrustedAfterFiveAnswersInARow) {
   EXPECT_LT(run.changedAt().count(), 60 + 6 * 2.4);
 }
 
+TEST(UpstreamHealth, FourAnswersInARowAreNotEnoughAndFiveAre) {
+  TimePoint now{};
+  UpstreamHealth health{now};
+  for (int question = 0; question < 20; ++question) {
+    health.Asked(now += UpstreamHealth::kDoubtInterval, UpstreamHealth::kInterval);
+  }
+  for (int answers = 1; answers <= 5; ++answers) {
+    EXPECT_TRUE(health.silent()) << answers;
+    health.Asked(now += UpstreamHealth::kInterval, UpstreamHealth::kInterval);
+    health.Answered(now);
+  }
+  EXPECT_FALSE(health.silent());
+}
+
 TEST(UpstreamHealth, LosingThreeOfTenForAnHourIsNotSilence) {
   std::mt19937 random(1);
   std::bernoulli_distribution lost(0.3);
@@ -112,13 +126,14 @@ TEST(UpstreamHealth, LosingThreeOfTenForAnHourIsNotSilence) {
 }
 
 TEST(UpstreamHealth, SlowServerIsAliveUpToOneSecondAndSilentBeyond) {
-  Simulation slow([](Seconds) { return Milliseconds(900); });
+  Simulation slow([](Seconds) { return Milliseconds(950); });
   slow.RunUntil(Seconds(60));
-  EXPECT_FALSE(slow.health().silent());
-  EXPECT_EQ(slow.health().roundTrip(), Milliseconds(900));
+  EXPECT_EQ(slow.changes(), 0);
+  EXPECT_EQ(slow.health().roundTrip(), Milliseconds(950));
   Simulation tooSlow([](Seconds) { return Milliseconds(1100); });
   tooSlow.RunUntil(Seconds(60));
   EXPECT_TRUE(tooSlow.health().silent());
+  EXPECT_EQ(tooSlow.changes(), 1);
 }
 
 TEST(UpstreamHealth, SecondAnswerToAQuestionDoesNotCount) {

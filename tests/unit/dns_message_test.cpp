@@ -41,15 +41,19 @@ struct Question {
 Question Extract(const Bytes& packet, int outLen = 1024) {
   const auto input = std::make_unique<unsigned char[]>(packet.size());
   std::copy(packet.begin(), packet.end(), input.get());
-  const auto space = std::make_unique<char[]>(static_cast<std::size_t>(outLen));
+  // Before the space stands the very character that a text ends in until it is cut.
+  const auto block = std::make_unique<char[]>(static_cast<std::size_t>(1 + outLen));
+  block[0] = '.';
+  char* const space = block.get() + 1;
 
   Question question;
   question.trace = TraceOf([&] {
-    ExtractDomain(input.get(), static_cast<int>(packet.size()), space.get(), outLen, question.type,
+    ExtractDomain(input.get(), static_cast<int>(packet.size()), space, outLen, question.type,
                   question.questionClass);
   });
-  question.space.assign(space.get(), space.get() + outLen);
-  const std::string all(space.get(), static_cast<std::size_t>(outLen));
+  EXPECT_EQ(block[0], '.');
+  question.space.assign(space, space + outLen);
+  const std::string all(space, static_cast<std::size_t>(outLen));
   question.text = all.substr(0, all.find('\0'));
   return question;
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "tests/support/dns_message_builder.h"
+#include "tests/support/heap_watch.h"
 #include "tests/support/socket_addresses.h"
 
 static_assert(sizeof(HostRespData) == 16);
@@ -54,6 +55,8 @@ TEST_F(HostTableTest, RecordIsAWholeAnswerRecordInWireForm) {
 
 TEST_F(HostTableTest, QuestionIsFoldedToLowerCase) {
   Add("alpha.internal", "10.1.2.3");
+  Add("@[]^.internal", "10.1.2.4");  // what stands beside the capitals in ASCII is no letter
+  EXPECT_EQ(Find("@[]^.INTERNAL"), RecordFor(10, 1, 2, 4));
   for (const char* question : {"alpha.internal", "ALPHA.internal", "Alpha.INTERNAL"}) {
     EXPECT_EQ(Find(question), RecordFor(10, 1, 2, 3)) << question;
   }
@@ -148,7 +151,11 @@ TEST_F(HostTableTest, RecordStaysTheTablesAcrossFinds) {
 TEST_F(HostTableTest, ClearEmptiesTheTable) {
   Add("alpha.internal", "10.1.2.3");
   Add("beta.internal", "10.1.2.4");
+  HostRespData* record = nullptr;
+  ASSERT_TRUE(table_.Find("alpha.internal", record));
+  const support::FreeWatch freed(record);
   table_.Clear();
+  EXPECT_EQ(freed.Count(), 1);
   EXPECT_EQ(Find("alpha.internal"), Bytes());
   EXPECT_EQ(Find("beta.internal"), Bytes());
 }

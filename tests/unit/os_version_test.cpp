@@ -134,6 +134,12 @@ TEST(GetOsVer, NothingButTheLineFeedIsTrimmed) {
   }
 }
 
+TEST(GetOsVer, LineThatBeginsWithAZeroByteIsEmpty) {
+  // It has no last character to look at.
+  FakeSwVers tool(std::string("\0ProductVersion: 11.1\n", 22));
+  EXPECT_EQ(GetVersion().Text(), "");
+}
+
 TEST(GetOsVer, ShorterLastLineLeavesNothingOfALongerOneInTheText) {
   FakeSwVers tool("a line that is rather long\nshort\n");
   const Version version = GetVersion();

@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <string>
 
+#include "tests/support/heap_watch.h"
 #include "tests/unit/request_fixture.h"
 
 namespace {
@@ -283,7 +284,9 @@ TEST_F(QueryPathTest, RequestUnderATakenIdentifierIsDroppedAndTheOlderOneDispatc
   const DNSMethodList methods = {DnsServerMethod("192.0.2.1")};
   g_DnsMethodList = methods;
   DnsRequest* const older = AddRequest(0, methods, "older.internal");
+  const long alive = support::RecordsAlive();
   EXPECT_TRUE(Handle(AppQuery("newer.internal")));
+  EXPECT_EQ(support::RecordsAlive(), alive);
   EXPECT_THAT(OwnTrace(),
               TraceIs(Accepted(AppQuery("newer.internal").size(), "newer.internal", 0)));
   EXPECT_EQ(Pending(0), older);
@@ -329,6 +332,20 @@ TEST_F(QueryPathTest, QueryOf8192BytesIsTakenWhole) {
   EXPECT_TRUE(Handle(query));
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].bytes, Under(0, query));
+}
+
+TEST_F(QueryPathTest, LongestNameThatFitsHas1023Characters) {
+  g_DnsMethodList = {DnsServerMethod("192.0.2.1")};
+  DnsMessageBuilder query;
+  query.QuestionCount(1);
+  std::string name;
+  for (int label = 0; label < 8; ++label) {
+    query.Label(std::string(127, 'x'));
+    name += (label == 0 ? "" : ".") + std::string(127, 'x');
+  }
+  ASSERT_EQ(name.size(), 1023U);
+  EXPECT_TRUE(Handle(query.Raw({0, 0, 1, 0, 1}).Build()));
+  EXPECT_EQ(Pending(0)->strDomain, name);
 }
 
 TEST_F(QueryPathTest, LongerDatagramIsCutTo8192Bytes) {

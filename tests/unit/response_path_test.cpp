@@ -78,6 +78,14 @@ TEST_F(ResponsePathTest, SocketMinusOneIsInvalid) {
   EXPECT_TRUE(arriving_.Calls().empty()) << "nothing is received";
 }
 
+TEST_F(ResponsePathTest, AnyOtherSocketIsUsedAsItStands) {
+  for (const int sock : {-2, 0, 100000}) {
+    arriving_.Arrive(Answer(1), first_);
+    EXPECT_TRUE(Handle(sock));
+    EXPECT_EQ(arriving_.Calls().back().sock, sock);
+  }
+}
+
 TEST_F(ResponsePathTest, ReceiveIsGiven8192BytesNoFlagsAndTheAddressLength28) {
   Handle(Answer(1), first_);
   ASSERT_EQ(arriving_.Calls().size(), 1U);
@@ -372,9 +380,10 @@ TEST_F(ResponsePathTest, AnswerWithoutRecordsSendsTheQueryToTheNextServer) {
   EXPECT_EQ(Pending(7)->CurrentDNSMethodIndex, 1);
 }
 
-TEST_F(ResponsePathTest, ResponseCodeOfAnAnswerWithoutRecordsPlaysNoPart) {
+TEST_F(ResponsePathTest, FlagsOfAnAnswerWithoutRecordsPlayNoPart) {
+  // Any code, the truncation bit (0x0200) too: no application asks again by TCP because of it.
   for (const unsigned short flags :
-       std::initializer_list<unsigned short>{0x8180, 0x8182, 0x8183, 0x8185, 0x0000}) {
+       std::initializer_list<unsigned short>{0x8180, 0x8182, 0x8183, 0x8185, 0x8380, 0x0000}) {
     AddRequest(7, twoServers_);
     EXPECT_TRUE(Handle(NoAnswer(7, flags), first_));
     EXPECT_EQ(sent_.All().back().address, BytesOf(second_)) << std::hex << flags;
