@@ -11,6 +11,7 @@
 #include "dns_proxy_mac/proxy/answers.h"
 #include "fuzz/input.h"
 #include "fuzz/require.h"
+#include "tests/support/messages.h"
 
 namespace {
 
@@ -33,13 +34,7 @@ void CheckHostAnswer(const Bytes& query, unsigned short id, unsigned short type,
       MakeHostAnswer(message.get(), static_cast<int>(query.size()), record, id, type));
 
   Require(length == query.size() + wire.size(), "a host answer is longer by the record");
-  Bytes expected = query;
-  std::memcpy(expected.data(), &id, sizeof(id));
-  expected[2] = static_cast<unsigned char>(query[2] | 0x80);
-  expected[3] = static_cast<unsigned char>(query[3] & 0xF0);
-  expected[6] = 0;
-  expected[7] = type == 28 ? 2 : 1;
-  expected.insert(expected.end(), wire.begin(), wire.end());
+  Bytes expected = support::HostAnswer(support::UnderProxyId(query, id), type, address);
   expected.push_back(0);
   Require(std::equal(expected.begin(), expected.end(), message.get()), "a host answer's bytes");
   Require(std::all_of(message.get() + expected.size(), message.get() + kMaxMessageSize,
@@ -54,11 +49,8 @@ void CheckNoSuchName(const Bytes& query, unsigned short id) {
   std::fill_n(response.get(), query.size(), kBehind);
   MakeNoSuchNameResponse(asked.get(), static_cast<int>(query.size()), id, response.get());
 
-  const Bytes header = {0x80, 0x03, 0, 1, 0, 0, 0, 0, 0, 0};
-  Require(std::memcmp(response.get(), &id, sizeof(id)) == 0, "the application's identifier");
-  Require(std::equal(header.begin(), header.end(), response.get() + 2), "the header");
-  Require(std::equal(query.begin() + 12, query.end(), response.get() + 12),
-          "the query's own bytes");
+  const Bytes expected = support::NoSuchName(support::UnderProxyId(query, id));
+  Require(std::equal(expected.begin(), expected.end(), response.get()), "no such name's bytes");
   Require(std::equal(query.begin(), query.end(), asked.get()), "the query is kept");
 }
 

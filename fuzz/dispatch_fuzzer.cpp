@@ -53,7 +53,7 @@ Pending PendingFrom(fuzz::Input& input, unsigned char choices) {
   if (choices & kClientIsNotIpv4) {
     client.sin_family = AF_INET6;
   }
-  pending.client = fuzz::AddressBytes(client);
+  pending.client = support::BytesOf(client);
   const Bytes name = input.Take(input.Byte());
   pending.name = std::string(name.begin(), name.end());
   if (choices & kMappedName) {

@@ -5,6 +5,7 @@
 
 #include "dns_proxy_mac/proxy/service_state.h"
 #include "fuzz/require.h"
+#include "tests/support/requests.h"
 
 namespace fuzz {
 
@@ -22,27 +23,9 @@ bool IsMapped(std::string name) {
   return name == kMappedName;
 }
 
-void PutApplicationId(Bytes& message, unsigned short id) {
-  std::memcpy(message.data(), &id, sizeof(id));
-}
-
-Bytes NoSuchName(const Pending& pending) {
-  Bytes response = {0, 0, 0x80, 0x03, 0, 1, 0, 0, 0, 0, 0, 0};
-  PutApplicationId(response, pending.applicationId);
-  response.insert(response.end(), pending.query.begin() + 12, pending.query.end());
-  return response;
-}
-
-Bytes HostAnswer(const Pending& pending) {
-  Bytes answer = pending.query;
-  PutApplicationId(answer, pending.applicationId);
-  answer[2] |= 0x80;
-  answer[3] &= 0xF0;
-  answer[6] = 0;
-  answer[7] = pending.type == 28 ? 2 : 1;
-  const Bytes record = {0xC0, 0x0C, 0, 1, 0, 1, 0, 1, 0x51, 0x80, 0, 4, 10, 1, 2, 3};
-  answer.insert(answer.end(), record.begin(), record.end());
-  return answer;
+// The query as its application sent it.
+Bytes Asked(const Pending& pending) {
+  return support::UnderProxyId(pending.query, pending.applicationId);
 }
 
 }  // namespace
@@ -62,20 +45,10 @@ void ResetService() {
 }
 
 std::unique_ptr<DnsRequest> RecordOf(const Pending& pending) {
-  std::unique_ptr<DnsRequest> record(new DnsRequest);
-  record->QueryID = pending.id;
-  record->AppQueryID = pending.applicationId;
+  auto record =
+      support::MakeRequest(pending.id, Asked(pending), pending.name, pending.type, pending.methods);
   record->CurrentDNSMethodIndex = pending.index;
-  record->iRecvLen = static_cast<int>(pending.query.size());
   std::memcpy(&record->ClientAddr, pending.client.data(), sizeof(record->ClientAddr));
-  std::fill(std::begin(record->QueryBuf), std::end(record->QueryBuf), 0);
-  std::copy(pending.query.begin(), pending.query.end(), record->QueryBuf);
-  record->iQueryLen = static_cast<int>(pending.query.size());
-  record->strDomain = pending.name;
-  record->QueryType = pending.type;
-  record->QueryClass = 1;
-  record->vecDnsMethods = pending.methods;
-  record->bFlag = false;
   return record;
 }
 
@@ -106,19 +79,22 @@ Outcome ClimbLadder(Pending pending, bool sendingFails) {
     const DNSMethodInfo& method = pending.methods[pending.index];
     if (method.iDNSMethodType == 0) {
       const Sending forward{kToServers, pending.query,
-                            WithLengthOfFamily(AddressBytes(method.serverAddr))};
+                            WithLengthOfFamily(support::BytesOf(method.serverAddr))};
       return {forward, sendingFails ? std::nullopt : std::optional(pending)};
     }
     if (method.iDNSMethodType != 1) {
       return {std::nullopt, pending};
     }
     if (IsMapped(pending.name) && pending.query.size() <= kLongestMapped) {
-      return {Sending{kToApplications, HostAnswer(pending), WithLengthOfFamily(pending.client)},
-              std::nullopt};
+      return {
+          Sending{kToApplications, support::HostAnswer(Asked(pending), pending.type, {10, 1, 2, 3}),
+                  WithLengthOfFamily(pending.client)},
+          std::nullopt};
     }
     ++pending.index;
   }
-  return {Sending{kToApplications, NoSuchName(pending), WithLengthOfFamily(pending.client)},
+  return {Sending{kToApplications, support::NoSuchName(Asked(pending)),
+                  WithLengthOfFamily(pending.client)},
           std::nullopt};
 }
 

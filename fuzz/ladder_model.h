@@ -64,12 +64,6 @@ Outcome ClimbLadder(Pending pending, bool sendingFails);
 // An address as the service gives it to the system: 16 bytes for IPv4, otherwise 28.
 Bytes WithLengthOfFamily(const Bytes& address);
 
-template <typename Address>
-Bytes AddressBytes(const Address& address) {
-  const auto* const first = reinterpret_cast<const unsigned char*>(&address);
-  return Bytes(first, first + sizeof(address));
-}
-
 }  // namespace fuzz
 
 #endif  // FUZZ_LADDER_MODEL_H_

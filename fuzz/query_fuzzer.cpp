@@ -15,6 +15,7 @@
 #include "fuzz/question_oracle.h"
 #include "fuzz/require.h"
 #include "fuzz/scripted_run.h"
+#include "tests/support/messages.h"
 #include "tests/support/socket_addresses.h"
 
 namespace {
@@ -46,8 +47,8 @@ Pending Older(unsigned short id) {
   Pending older;
   older.id = id;
   older.applicationId = 0x0DDE;
-  older.query = Bytes(40, 0x11);
-  older.client = fuzz::AddressBytes(support::Ipv4Address("127.0.0.1", 4000));
+  older.query = support::UnderProxyId(Bytes(40, 0x11), id);
+  older.client = support::BytesOf(support::Ipv4Address("127.0.0.1", 4000));
   older.name = "older.example";
   older.type = 1;
   older.methods = {DnsServerMethod("192.0.2.9")};
@@ -90,9 +91,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   fuzz::ResetService();
   g_QueryID = id;
   g_DnsMethodList = MethodsOf(choices);
-  Bytes from = fuzz::AddressBytes(support::Ipv4Address("127.0.0.1", 5353));
+  Bytes from = support::BytesOf(support::Ipv4Address("127.0.0.1", 5353));
   if (choices & kFromIpv6) {
-    from = fuzz::AddressBytes(support::Ipv6Address("::1", 5353));
+    from = support::BytesOf(support::Ipv6Address("::1", 5353));
   }
   const Bytes client(from.begin(), from.begin() + 16);
   std::optional<Pending> expectedRequest;

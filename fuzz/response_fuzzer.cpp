@@ -13,6 +13,7 @@
 #include "fuzz/ladder_model.h"
 #include "fuzz/require.h"
 #include "fuzz/scripted_run.h"
+#include "tests/support/messages.h"
 #include "tests/support/socket_addresses.h"
 
 namespace {
@@ -51,7 +52,7 @@ std::vector<Pending> PendingRequestsOf() {
     pending.index = place.index;
     pending.query = Bytes(30 + all.size(), static_cast<unsigned char>(0x40 + all.size()));
     std::memcpy(pending.query.data(), &pending.id, sizeof(pending.id));
-    pending.client = fuzz::AddressBytes(
+    pending.client = support::BytesOf(
         support::Ipv4Address("127.0.0.1", static_cast<unsigned short>(4000 + all.size())));
     pending.name = place.name;
     pending.type = 28;
@@ -65,18 +66,18 @@ Bytes SenderOf(unsigned char choice) {
   switch (choice & kSender) {
     case 0:
     case 1:
-      return fuzz::AddressBytes(support::Ipv4Address("192.0.2.1", 53));
+      return support::BytesOf(support::Ipv4Address("192.0.2.1", 53));
     case 2:
-      return fuzz::AddressBytes(support::Ipv4Address("192.0.2.1", 40'000));
+      return support::BytesOf(support::Ipv4Address("192.0.2.1", 40'000));
     case 3:
     case 4:
-      return fuzz::AddressBytes(support::Ipv4Address("192.0.2.2", 53));
+      return support::BytesOf(support::Ipv4Address("192.0.2.2", 53));
     case 5:
-      return fuzz::AddressBytes(support::Ipv4Address("192.0.2.66", 53));
+      return support::BytesOf(support::Ipv4Address("192.0.2.66", 53));
     case 6:
-      return fuzz::AddressBytes(support::Ipv6Address("::", 53));
+      return support::BytesOf(support::Ipv6Address("::", 53));
     default:
-      return fuzz::AddressBytes(support::Ipv6Address("2001:db8::1", 53));
+      return support::BytesOf(support::Ipv6Address("2001:db8::1", 53));
   }
 }
 
@@ -94,14 +95,7 @@ Bytes ServerKey(const Bytes& address) {
 
 bool IsFromTheServerAsked(const Pending& pending, const Bytes& from) {
   return pending.index < pending.methods.size() &&
-         ServerKey(from) ==
-             ServerKey(fuzz::AddressBytes(pending.methods[pending.index].serverAddr));
-}
-
-// Positive as the service reads it: the low byte first, signed.
-bool HasRecords(const Bytes& answer) {
-  const int count = answer[6] + 256 * answer[7];
-  return count > 0 && count < 0x8000;
+         ServerKey(from) == ServerKey(support::BytesOf(pending.methods[pending.index].serverAddr));
 }
 
 // What `answer` has to come to; `pending` is the request under its identifier.
@@ -109,7 +103,7 @@ fuzz::Outcome OutcomeOf(Pending pending, Bytes answer, const Bytes& from, bool s
   if (!IsFromTheServerAsked(pending, from)) {
     return {std::nullopt, pending};
   }
-  if (!HasRecords(answer)) {
+  if (!support::HasRecords(answer)) {
     ++pending.index;
     return fuzz::ClimbLadder(pending, sendingFails);
   }

@@ -76,25 +76,18 @@ def _record(line):
 class Dig:
     name = "dig"
     version = ["dig", "-v"]
+    once = "+tries=1"
 
     def ask(self, server, name, kind, edns):
-        status, lines = _run(
-            ["dig", f"@{server}", name, kind, "+tries=1", "+time=10", "+ignore",
-             "+edns=0" if edns else "+noedns"]
-        )
+        status, lines = _run([self.name, f"@{server}", name, kind, self.once, "+time=10", "+ignore",
+                              "+edns=0" if edns else "+noedns"])
         return Said(status, *_tool_output(lines))
 
 
-class Kdig:
+class Kdig(Dig):
     name = "kdig"
     version = ["kdig", "-V"]
-
-    def ask(self, server, name, kind, edns):
-        status, lines = _run(
-            ["kdig", f"@{server}", name, kind, "+retry=0", "+time=10", "+ignore",
-             "+edns=0" if edns else "+noedns"]
-        )
-        return Said(status, *_tool_output(lines))
+    once = "+retry=0"
 
 
 class Drill:

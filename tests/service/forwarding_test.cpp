@@ -67,7 +67,7 @@ TEST_F(Forwarding, WhatIsLongerThanTheGreatestLengthIsCutToIt) {
   const Bytes forwarded = server.IsAsked();
   EXPECT_EQ(forwarded, UnderProxyId(query, 0));
 
-  Bytes answer = WithAnswerCountBytes(forwarded, 0, 1);
+  Bytes answer = WithAnswerCount(forwarded, 1);
   answer.resize(9000, 0xEE);
   server.Answers(answer);
   answer.resize(8192);
@@ -81,20 +81,18 @@ TEST_F(Forwarding, TheAnswerCountDecidesWhetherAnAnswerIsRelayed) {
   Server second("127.0.0.3");
 
   const struct {
-    unsigned char high, low;
+    unsigned short count;
     bool relayed;
   } cases[] = {
-      {0x00, 0x00, false}, {0x00, 0x01, true},  {0x00, 0x7F, true},  {0x00, 0x80, false},
-      {0x00, 0xFF, false}, {0x01, 0x00, true},  {0x01, 0x80, false}, {0x80, 0x00, true},
-      {0xFF, 0x7F, true},  {0xFF, 0xFF, false},
+      {0, false},     {1, true},       {0x7F, true},   {0x80, false},  {0xFF, false},
+      {0x0100, true}, {0x0180, false}, {0x8000, true}, {0xFF7F, true}, {0xFFFF, false},
   };
   for (const auto& test : cases) {
-    SCOPED_TRACE(testing::Message()
-                 << "answer count bytes " << int{test.high} << ' ' << int{test.low});
+    SCOPED_TRACE(test.count);
     const Application application;
     application.Asks(Query(0x4444, "count.example"));
     const Bytes forwarded = first.IsAsked();
-    const Bytes answer = WithAnswerCountBytes(AnswerTo(forwarded, kAddress), test.high, test.low);
+    const Bytes answer = WithAnswerCount(AnswerTo(forwarded, kAddress), test.count);
     first.Answers(answer);
     if (test.relayed) {
       EXPECT_EQ(application.Hears(), UnderId(answer, 0x4444));
@@ -272,8 +270,8 @@ TEST_F(Forwarding, AnAnswerToAnUnknownIdentifierIsDropped) {
   EXPECT_EQ(application.Hears(), UnderId(AnswerTo(forwarded, kAddress), 0x0001));
 }
 
-// 255.255.255.255 takes no datagram from a socket without SO_BROADCAST: the forward fails, and a
-// A text that is no address is listed as 255.255.255.255, to which no route leads here.
+// A text that is no address is listed as 255.255.255.255, to which no route leads here: the forward
+// fails.
 TEST_F(Forwarding, AQueryThatCannotBeSentToItsServerIsDroppedAndNoOtherServerAsked) {
   Serve({.servers = {"dns.example", "127.0.0.2"}});
   const Server server("127.0.0.2");
@@ -283,8 +281,7 @@ TEST_F(Forwarding, AQueryThatCannotBeSentToItsServerIsDroppedAndNoOtherServerAsk
   SettleQueries();
   EXPECT_TRUE(application.HasHeardNothing());
   EXPECT_TRUE(server.HasNotBeenAsked());
-  EXPECT_TRUE(Process().Traces("TryNextDNSQueryMethod: id: 0,sendto failed: " +
-                               std::to_string(ENETUNREACH)));
+  EXPECT_TRUE(Process().Traces(trace::ForwardFailed(0, ENETUNREACH)));
 }
 
 }  // namespace

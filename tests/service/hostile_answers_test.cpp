@@ -20,11 +20,6 @@ namespace {
 
 constexpr std::size_t kApplications = 16;
 
-// The rule by which an answer is relayed, in other words than the service's code.
-bool HasRecords(const Bytes& answer) {
-  return answer[7] < 0x80 && (answer[6] != 0 || answer[7] != 0);
-}
-
 class HostileAnswers : public ServiceTest {
  protected:
   void SetUp() override {
@@ -171,7 +166,7 @@ TEST_F(HostileAnswers, OfEveryLengthAreRelayedWholeOrEndTheAnswerThreadByTheRule
   for (const std::size_t length : lengths) {
     const Application application;
     application.Asks(Query(0x1234, "www.example"));
-    Bytes answer = WithAnswerCountBytes(server.IsAsked(), 0, 1);
+    Bytes answer = WithAnswerCount(server.IsAsked(), 1);
     answer.resize(length, 0xEE);
     server.Answers(answer);
     if (length < 12) {
@@ -218,7 +213,7 @@ TEST_F(HostileAnswers, ForgedWhileTheQueriesArriveReachNoOtherApplication) {
   const std::array<Application, kQueries> applications;
 
   applications[0].Asks(Query(0, "first.example"));
-  server.Answers(WithAnswerCountBytes(server.IsAsked(), 0, 1));
+  server.Answers(WithAnswerCount(server.IsAsked(), 1));
   applications[0].Hears();
 
   // What is sent to identifier `id` says so behind its header.

@@ -11,7 +11,7 @@
 #include "tests/support/messages.h"
 #include "tests/support/patience.h"
 #include "tests/support/service_under_test.h"
-#include "tests/support/trace_capture.h"
+#include "tests/support/trace_texts.h"
 #include "tests/support/udp_peer.h"
 
 namespace service {
@@ -52,10 +52,7 @@ class ServiceTest : public testing::Test {
     const Bytes marker(static_cast<std::size_t>(kFirstMarker + markers_), 0);
     stranger.Send(marker, asker);
     ++markers_;
-    EXPECT_TRUE(
-        Process().Traces("func: RecvAndProcessPacketsFromDNSServer(line:%d) "
-                         "FromDNSServer: recv " +
-                         std::to_string(marker.size()) + " data from 127.0.0.99"));
+    EXPECT_TRUE(Process().Traces(trace::Received(marker.size(), "127.0.0.99")));
   }
 
  private:

@@ -10,11 +10,7 @@
 namespace service {
 namespace {
 
-using support::TraceIs;
-
 using StartUp = ServiceTest;
-
-const support::TraceLines kNotBound = {"func: StartDnsSrv(line:%d) bind 127.0.0.1:53 failed"};
 
 // In the service's process: the second thread from now on is refused.
 void RefuseSecondThread() {
@@ -29,7 +25,7 @@ TEST_F(StartUp, FailsWhenThePortIsTakenAndLeavesBothSocketsOpen) {
   EXPECT_TRUE(outcome.applicationSocketOpen);
   EXPECT_TRUE(outcome.serverSocketOpen);
   EXPECT_EQ(outcome.methods, 0U);
-  EXPECT_THAT(Process().Trace(), TraceIs(kNotBound));
+  EXPECT_THAT(Process().Trace(), TraceIs({trace::kNotBound}));
 }
 
 TEST_F(StartUp, FailsWhenAnotherServiceHasThePortAndDoesNotDisturbIt) {
@@ -37,7 +33,7 @@ TEST_F(StartUp, FailsWhenAnotherServiceHasThePortAndDoesNotDisturbIt) {
   {
     const ServiceUnderTest second(Plan{});
     EXPECT_FALSE(second.WaitForReturn().result);
-    EXPECT_THAT(second.Trace(), TraceIs(kNotBound));
+    EXPECT_THAT(second.Trace(), TraceIs({trace::kNotBound}));
   }
   SettleQueries();
 }
@@ -48,15 +44,11 @@ TEST_F(StartUp, FailsWhenTheQueryThreadIsRefusedAndLeavesTheAnswerThreadRunning)
   EXPECT_FALSE(outcome.result);
   EXPECT_TRUE(outcome.applicationSocketOpen);
   EXPECT_TRUE(outcome.serverSocketOpen);
-  EXPECT_THAT(Process().Trace(),
-              TraceIs({"func: StartDnsSrv(line:%d) bind 127.0.0.1:53 success",
-                       "func: StartDnsSrv(line:%d) Add SP DNS to list: 127.0.0.2",
-                       "func: StartDnsSrv(line:%d) pthread_create g_thread_answer success",
-                       "func: StartDnsSrv(line:%d) pthread_create thread_query failed"}));
+  EXPECT_THAT(Process().Trace(), TraceIs({trace::kBound, trace::ServerAdded("127.0.0.2"),
+                                          trace::kAnswerThreadMade, trace::kQueryThreadRefused}));
 
   // Only a thread that runs has a wait that can be interrupted.
-  EXPECT_TRUE(Process().InterruptAnswerThread(
-      "func: thread_answer(line:%d) AnswerThread: select failed. exit."));
+  EXPECT_TRUE(Process().InterruptAnswerThread(trace::kAnswerWaitFailed));
 }
 
 }  // namespace

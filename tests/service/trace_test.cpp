@@ -1,5 +1,4 @@
-// The exact trace of whole flows. What stands in the first parentheses is the number of the source
-// line that wrote it, which any number may be.
+// The exact trace of two whole flows; the unit tests have every line by itself.
 #include <gtest/gtest.h>
 
 #include "tests/service/service_test.h"
@@ -7,14 +6,11 @@
 namespace service {
 namespace {
 
-using support::TraceIs;
-using support::TraceLines;
-
 class TraceOfAFlow : public ServiceTest {
  protected:
   void Serve(const Plan& plan) {
     ServiceTest::Serve(plan);
-    ASSERT_TRUE(Process().Traces("func: StartDnsSrv(line:%d) pthread_create thread_query success"));
+    ASSERT_TRUE(Process().Traces(trace::kQueryThreadMade));
     seen_ = Process().Trace().size();
   }
 
@@ -37,32 +33,15 @@ TEST_F(TraceOfAFlow, MissForwardAndRelay) {
   const Application application;
   application.Asks(Query(0x1234, "www.example"));
   const Bytes forwarded = server.IsAsked();
-  ExpectTraced({
-      "func: thread_query(line:%d) ****QureyThread***: received dns request",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 29 data from 127.0.0.1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) pDNSHeader QuestionCount :1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) received dns request............"
-      "www.example",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: the request domain is "
-      "www.example, id:0",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 0, DnsListSize:2",
-      "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:1(0: dns, 1:hostmap)",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 1, DnsListSize:2",
-      "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:0(0: dns, 1:hostmap)",
-  });
+  ExpectTraced(TraceLines{trace::kQueryCame} + trace::Accepted(29, "www.example", 0) +
+               trace::Dispatched(0, 0, 2) + TraceLines{trace::kHostMapTried} +
+               trace::Dispatched(0, 1, 2) + TraceLines{trace::kServerTried});
 
   // The last four bytes are traced as signed numbers.
   server.Answers(AnswerTo(forwarded, {192, 168, 1, 1}));
   application.Hears();
-  ExpectTraced({
-      "func: thread_answer(line:%d) AnswerThread: received dns response.",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 45 data from "
-      "127.0.0.2",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) domain www.example received answer "
-      "-64.-88.1.1 from 127.0.0.2, we have to delete id:0",
-  });
+  ExpectTraced({trace::kAnswerCame, trace::Received(45, "127.0.0.2"),
+                trace::Relayed("www.example", "-64.-88.1.1", "127.0.0.2", 0)});
 }
 
 TEST_F(TraceOfAFlow, FallThroughToNoSuchName) {
@@ -72,44 +51,20 @@ TEST_F(TraceOfAFlow, FallThroughToNoSuchName) {
   const Application application;
   application.Asks(Query(0x1234, "www.example"));
   const Bytes forwarded = first.IsAsked();
-  ExpectTraced({
-      "func: thread_query(line:%d) ****QureyThread***: received dns request",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: received 29 data from 127.0.0.1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) pDNSHeader QuestionCount :1",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d) received dns request............"
-      "www.example",
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)FromAPP: the request domain is "
-      "www.example, id:0",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 0, DnsListSize:2",
-      "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:0(0: dns, 1:hostmap)",
-  });
+  ExpectTraced(TraceLines{trace::kQueryCame} + trace::Accepted(29, "www.example", 0) +
+               trace::Dispatched(0, 0, 2) + TraceLines{trace::kServerTried});
 
   first.Answers(EmptyAnswerTo(forwarded, 3));
   second.IsAsked();
-  ExpectTraced({
-      "func: thread_answer(line:%d) AnswerThread: received dns response.",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 29 data from "
-      "127.0.0.2",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) rsp from: 127.0.0.2, id: 0, for : "
-      "www.example, no such name",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 1, DnsListSize:2",
-      "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:0(0: dns, 1:hostmap)",
-  });
+  ExpectTraced(TraceLines{trace::kAnswerCame, trace::Received(29, "127.0.0.2"),
+                          trace::NoRecords("127.0.0.2", 0, "www.example")} +
+               trace::Dispatched(0, 1, 2) + TraceLines{trace::kServerTried});
 
   second.Answers(EmptyAnswerTo(forwarded, 3));
   application.Hears();
-  ExpectTraced({
-      "func: thread_answer(line:%d) AnswerThread: received dns response.",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 29 data from "
-      "127.0.0.3",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) rsp from: 127.0.0.3, id: 0, for : "
-      "www.example, no such name",
-      "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-      "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 2, DnsListSize:2",
-      "func: TryNextDNSQueryMethod(line:%d) no more DNS methods, send no such name response",
-  });
+  ExpectTraced(TraceLines{trace::kAnswerCame, trace::Received(29, "127.0.0.3"),
+                          trace::NoRecords("127.0.0.3", 0, "www.example")} +
+               trace::Dispatched(0, 2, 2) + TraceLines{trace::kNoMoreMethods});
 }
 
 }  // namespace

@@ -16,13 +16,6 @@ namespace {
 
 const Bytes kAddress = {192, 0, 2, 7};
 
-constexpr char kQueryThreadWaitFailed[] =
-    "func: thread_query(line:%d) QureyThread: select failed. exit";
-constexpr char kAnswerThreadWaitFailed[] =
-    "func: thread_answer(line:%d) AnswerThread: select failed. exit.";
-constexpr char kAnswerThreadFailed[] =
-    "func: thread_answer(line:%d) RecvAndProcessPacketsFromDNSServer failed, exit.";
-
 class WorkerEnd : public ServiceTest {
  protected:
   // The call has returned true, and closed both sockets before.
@@ -76,8 +69,7 @@ TEST_F(WorkerEnd, OfTheQueryThreadByAnUnservableDatagramIsSilentAndTheCallDoesNo
     const int threads = Process().Threads();
     const Application application;
     application.Asks(test.datagram);
-    EXPECT_TRUE(Process().Traces(std::string("func: RecvAndProcessPacketsFromLocalApps(line:%d)") +
-                                 test.lastLine));
+    EXPECT_TRUE(Process().Traces(trace::QueryPath(test.lastLine)));
     ExpectNoQueryThread(threads);
     EXPECT_TRUE(application.HasHeardNothing());
   }
@@ -105,7 +97,7 @@ TEST_F(WorkerEnd, OfTheQueryThreadByAHandledSignalHasItsOwnLineAndTheCallDoesNot
   Serve({});
   SettleQueries();
   const int threads = Process().Threads();
-  EXPECT_TRUE(Process().InterruptQueryThread(kQueryThreadWaitFailed));
+  EXPECT_TRUE(Process().InterruptQueryThread(trace::kQueryWaitFailed));
   ExpectNoQueryThread(threads);
 }
 
@@ -121,11 +113,10 @@ TEST_F(WorkerEnd, OfTheAnswerThreadByARuntMakesTheCallReturnTrueAfterClosingBoth
     server.IsAsked();
     server.Answers(Bytes(length));
     ExpectReturnedAfterClosing();
-    EXPECT_TRUE(Process().Traces(
-        "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: do_answer: answer too "
-        "short: " +
-        std::to_string(length) + ", from: 127.0.0.2"));
-    EXPECT_TRUE(Process().Traces(kAnswerThreadFailed));
+    EXPECT_TRUE(
+        Process().Traces(trace::ResponsePath(" FromDNSServer: do_answer: answer too short: " +
+                                             std::to_string(length) + ", from: 127.0.0.2")));
+    EXPECT_TRUE(Process().Traces(trace::kAnswerHandlerFailed));
     EXPECT_TRUE(application.HasHeardNothing());
   }
 }
@@ -139,13 +130,13 @@ TEST_F(WorkerEnd, OfTheAnswerThreadByARuntFromAStranger) {
   server.IsAsked();
   stranger.Send({1, 2, 3}, server.Asker());
   ExpectReturnedAfterClosing();
-  EXPECT_TRUE(Process().Traces(kAnswerThreadFailed));
+  EXPECT_TRUE(Process().Traces(trace::kAnswerHandlerFailed));
 }
 
 TEST_F(WorkerEnd, OfTheAnswerThreadByAHandledSignalMakesTheCallReturnTrue) {
   Serve({.servers = {"127.0.0.2"}});
   SettleQueries();
-  EXPECT_TRUE(Process().InterruptAnswerThread(kAnswerThreadWaitFailed));
+  EXPECT_TRUE(Process().InterruptAnswerThread(trace::kAnswerWaitFailed));
   ExpectReturnedAfterClosing();
 }
 
@@ -154,13 +145,12 @@ TEST_F(WorkerEnd, OfTheAnswerThreadByAHandledSignalMakesTheCallReturnTrue) {
 TEST_F(WorkerEnd, OfTheAnswerThreadLeavesTheQueryThreadInItsWaitUntilTheNextDatagram) {
   Serve({.servers = {"127.0.0.2"}});
   SettleQueries();
-  EXPECT_TRUE(Process().InterruptAnswerThread(kAnswerThreadWaitFailed));
+  EXPECT_TRUE(Process().InterruptAnswerThread(trace::kAnswerWaitFailed));
   ExpectReturnedAfterClosing();
   const Application application;
   application.Asks(Query(0x0001, "www.example"));
-  EXPECT_TRUE(Process().Traces(
-      "func: RecvAndProcessPacketsFromLocalApps(line:%d)RecvAndProcessPacketsFromLocalApps: recv "
-      "nothing..."));
+  EXPECT_TRUE(
+      Process().Traces(trace::QueryPath("RecvAndProcessPacketsFromLocalApps: recv nothing...")));
   EXPECT_TRUE(application.HasHeardNothing());
 }
 
@@ -184,14 +174,14 @@ void TakeDescriptors(int free) {
 TEST_F(WorkerEnd, OfBothByDescriptorsThatDoNotFitTheWait) {
   Start({.servers = {"127.0.0.2"}, .beforeTheCall = [] { TakeDescriptors(0); }});
   ExpectReturnedAfterClosing();
-  EXPECT_TRUE(Process().Traces(kAnswerThreadWaitFailed));
-  EXPECT_TRUE(Process().Traces(kQueryThreadWaitFailed));
+  EXPECT_TRUE(Process().Traces(trace::kAnswerWaitFailed));
+  EXPECT_TRUE(Process().Traces(trace::kQueryWaitFailed));
 }
 
 TEST_F(WorkerEnd, OfTheAnswerThreadAloneWhenTheFirstDescriptorJustFits) {
   Start({.servers = {"127.0.0.2"}, .beforeTheCall = [] { TakeDescriptors(1); }});
   ExpectReturnedAfterClosing();
-  EXPECT_TRUE(Process().Traces(kAnswerThreadWaitFailed));
+  EXPECT_TRUE(Process().Traces(trace::kAnswerWaitFailed));
 }
 
 TEST_F(WorkerEnd, DoesNotComeWithTheGreatestDescriptorsThatFit) {

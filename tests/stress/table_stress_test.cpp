@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <memory>
 #include <random>
 #include <string>
@@ -13,6 +12,7 @@
 
 #include "dns_proxy_mac/proxy/request_table.h"
 #include "tests/support/heap_watch.h"
+#include "tests/support/requests.h"
 #include "tests/support/run_length.h"
 
 namespace stress {
@@ -28,19 +28,13 @@ std::string NameOf(int stamp) { return "record-number-" + std::to_string(stamp) 
 
 // A record whose every part can be told from its stamp.
 std::unique_ptr<DnsRequest> MakeRecord(int id, int stamp) {
-  std::unique_ptr<DnsRequest> record(new DnsRequest);
-  record->QueryID = static_cast<unsigned short>(id);
+  const support::Bytes query(sizeof(DnsRequest::QueryBuf),
+                             static_cast<unsigned char>(stamp & 0xFF));
+  auto record = support::MakeRequest(static_cast<unsigned short>(id), query, NameOf(stamp), 1,
+                                     {HostMapMethod(), HostMapMethod()});
   record->AppQueryID = static_cast<unsigned short>(stamp);
-  record->CurrentDNSMethodIndex = 0;
   record->iRecvLen = stamp;
-  record->ClientAddr = {};
-  std::memset(record->QueryBuf, stamp & 0xFF, sizeof(record->QueryBuf));
   record->iQueryLen = stamp;
-  record->strDomain = NameOf(stamp);
-  record->QueryType = 1;
-  record->QueryClass = 1;
-  record->vecDnsMethods.assign(2, HostMapMethod());
-  record->bFlag = false;
   return record;
 }
 
@@ -50,7 +44,7 @@ bool IsWhole(const DnsRequest& record, int id) {
   const int stamp = record.iRecvLen;
   const auto byte = static_cast<unsigned char>(stamp & 0xFF);
   return record.QueryID == id && record.AppQueryID == static_cast<unsigned short>(stamp) &&
-         record.iQueryLen == stamp && record.QueryBuf[0] == byte &&
+         record.iQueryLen == stamp && record.QueryBuf[2] == byte &&
          record.QueryBuf[sizeof(record.QueryBuf) - 1] == byte &&
          record.strDomain == NameOf(stamp) && record.vecDnsMethods.size() == 2;
 }

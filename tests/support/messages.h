@@ -33,11 +33,18 @@ inline unsigned short IdOf(const Bytes& message) {
   return id;
 }
 
-// `message` with its first two bytes replaced. `id` is written big-endian.
-inline Bytes UnderId(Bytes message, unsigned short id) {
-  message.at(0) = static_cast<unsigned char>(id >> 8);
-  message.at(1) = static_cast<unsigned char>(id & 0xFF);
+// `message` with `number` written big-endian at `offset`, and so with another identifier or count.
+inline Bytes WithNumber(Bytes message, std::size_t offset, unsigned short number) {
+  message.at(offset) = static_cast<unsigned char>(number >> 8);
+  message.at(offset + 1) = static_cast<unsigned char>(number & 0xFF);
   return message;
+}
+inline Bytes UnderId(const Bytes& message, unsigned short id) { return WithNumber(message, 0, id); }
+inline Bytes WithQuestionCount(const Bytes& message, unsigned short count) {
+  return WithNumber(message, 4, count);
+}
+inline Bytes WithAnswerCount(const Bytes& message, unsigned short count) {
+  return WithNumber(message, 6, count);
 }
 
 // `message` under an identifier of the service's own, which travels in machine order.
@@ -73,19 +80,6 @@ inline Bytes ForgedAnswer(unsigned short id, bool withRecord) {
   return UnderProxyId(withRecord ? AnswerTo(query, {192, 0, 2, 66}) : EmptyAnswerTo(query, 0), id);
 }
 
-// `message` with bytes 6 and 7, the answer count.
-inline Bytes WithAnswerCountBytes(Bytes message, unsigned char high, unsigned char low) {
-  message.at(6) = high;
-  message.at(7) = low;
-  return message;
-}
-
-inline Bytes WithQuestionCount(Bytes message, unsigned short count) {
-  message.at(4) = static_cast<unsigned char>(count >> 8);
-  message.at(5) = static_cast<unsigned char>(count & 0xFF);
-  return message;
-}
-
 // The rule by which an answer is relayed: its count read low byte first and signed is positive.
 inline bool HasRecords(const Bytes& answer) {
   return answer.at(7) < 0x80 && (answer.at(6) != 0 || answer.at(7) != 0);
@@ -94,11 +88,8 @@ inline bool HasRecords(const Bytes& answer) {
 // What the service makes up for a name that no method knows: the header is its own, the rest the
 // query's.
 inline Bytes NoSuchName(const Bytes& query) {
-  Bytes response = query;
-  const unsigned char header[] = {0x80, 0x03, 0x00, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
-  for (std::size_t i = 0; i < sizeof(header); ++i) {
-    response.at(2 + i) = header[i];
-  }
+  Bytes response = {query.at(0), query.at(1), 0x80, 0x03, 0, 1, 0, 0, 0, 0, 0, 0};
+  response.insert(response.end(), query.begin() + 12, query.end());
   return response;
 }
 

@@ -25,6 +25,7 @@
 #include "dns_proxy_mac/proxy/service_state.h"
 #include "tests/support/patience.h"
 #include "tests/support/platform_calls.h"
+#include "tests/support/trace_texts.h"
 
 namespace support {
 
@@ -152,7 +153,7 @@ void ServiceUnderTest::Run(const Plan& plan, int leave) const {
 
 void ServiceUnderTest::WaitUntilStarted() const {
   // What is sent from the bind on waits for the query thread.
-  ASSERT_TRUE(traced_ ? Traces("func: StartDnsSrv(line:%d) pthread_create thread_query success")
+  ASSERT_TRUE(traced_ ? Traces(trace::kQueryThreadMade)
                       : Eventually([this] { return PortIsTaken() || HasEnded(); }) && !HasEnded());
 }
 

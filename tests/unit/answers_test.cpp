@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "tests/support/dns_message_builder.h"
+#include "tests/support/messages.h"
 
 static_assert(kMaxHostAnswerQuery == 8175);
 
@@ -18,13 +18,7 @@ namespace {
 using support::Bytes;
 using support::DnsMessageBuilder;
 
-// Two bytes as an identifier that the application sent.
-unsigned short AsSent(unsigned char first, unsigned char second) {
-  const unsigned char bytes[] = {first, second};
-  unsigned short id;
-  std::memcpy(&id, bytes, sizeof(id));
-  return id;
-}
+const unsigned short kApplicationId = support::IdOf({0xAB, 0xCD});
 
 const Bytes kRecordBytes = {0xC0, 0x0C, 0x00, 0x01, 0x00, 0x01, 0x00, 0x01,
                             0x51, 0x80, 0x00, 0x04, 0x0A, 0x01, 0x02, 0x03};
@@ -40,14 +34,14 @@ Bytes HostAnswer(const Bytes& query, unsigned short queryType) {
   const auto message = std::make_unique<unsigned char[]>(kMaxMessageSize);
   std::copy(query.begin(), query.end(), message.get());
   const int length = MakeHostAnswer(message.get(), static_cast<int>(query.size()), Record(),
-                                    AsSent(0xAB, 0xCD), queryType);
+                                    kApplicationId, queryType);
   return Bytes(message.get(), message.get() + length);
 }
 
 Bytes NoSuchName(const Bytes& query) {
   const auto response = std::make_unique<unsigned char[]>(query.size());
   std::memset(response.get(), 0xEE, query.size());
-  MakeNoSuchNameResponse(query.data(), static_cast<int>(query.size()), AsSent(0xAB, 0xCD),
+  MakeNoSuchNameResponse(query.data(), static_cast<int>(query.size()), kApplicationId,
                          response.get());
   return Bytes(response.get(), response.get() + query.size());
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/support/heap_watch.h"
+#include "tests/support/trace_texts.h"
 #include "tests/unit/request_fixture.h"
 
 namespace {
@@ -14,99 +15,87 @@ using support::Bytes;
 using support::BytesOf;
 using support::FreeWatch;
 using support::Ipv4Address;
+using support::kApplication;
+using support::NoSuchName;
 using support::TraceIs;
+using support::TraceLineIs;
 using support::TraceLines;
 using support::TraceOf;
+using support::UnderProxyId;
+using support::operator+;
+
+namespace trace = support::trace;
+
+TraceLines NotFound(int id) {
+  const std::string number = std::to_string(id);
+  return {trace::Dispatched(id, 0, 0)[0],
+          trace::Dispatch("TryNextDNSQueryMethod: " + number + ": id: " + number +
+                          ", request not found")};
+}
+
+std::string Hit(const std::string& name, const std::string& address, int id) {
+  return trace::Dispatch(" find " + name + " from hostmap, ip:" + address +
+                         ", req id:" + std::to_string(id));
+}
 
 class DispatchTest : public RequestFixture {
  protected:
-  TraceLines Dispatch(unsigned short id, bool bReasonIsTimeout = false) {
-    return TraceOf([=] { TryNextDNSQueryMethod(id, bReasonIsTimeout); });
+  void Dispatch(unsigned short id, bool bReasonIsTimeout = false) {
+    trace_ = TraceOf([=] { TryNextDNSQueryMethod(id, bReasonIsTimeout); });
   }
 
-  // The lines with which every dispatch of request `id` at `position` of `count` methods begins.
-  static TraceLines Opening(int id, int position, int count) {
-    return {"func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: " + std::to_string(id) +
-                ", bReasonIsTimeout:0",
-            "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: " +
-                std::to_string(position) + ", DnsListSize:" + std::to_string(count)};
-  }
-
-  static std::string TypeLine(int type) {
-    return "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:" +
-           std::to_string(type) + "(0: dns, 1:hostmap)";
-  }
-
-  static constexpr char kNoMoreMethods[] =
-      "func: TryNextDNSQueryMethod(line:%d) no more DNS methods, send no such name response";
-
-  static Bytes NoSuchName(const Bytes& query) {
-    Bytes response = {0xAB, 0xCD, 0x80, 0x03, 0, 1, 0, 0, 0, 0, 0, 0};
-    response.insert(response.end(), query.begin() + 12, query.end());
-    return response;
-  }
+  TraceLines trace_;  // of the last dispatch
 };
-
-TraceLines operator+(TraceLines left, const TraceLines& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
 
 // ------------------------------------------------------------------------------- request not found
 
 TEST_F(DispatchTest, UnknownIdentifierIsTracedAndNothingIsSent) {
-  EXPECT_THAT(Dispatch(65535),
-              TraceIs({"func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 65535, "
-                       "bReasonIsTimeout:0",
-                       "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: 65535: id: "
-                       "65535, request not found"}))
-      << "the identifier stands in the place of the name too";
+  Dispatch(65535);
   EXPECT_TRUE(sent_.All().empty());
+  EXPECT_THAT(trace_, TraceIs(NotFound(65535)))
+      << "the identifier stands in the place of the name too";
 }
 
 TEST_F(DispatchTest, AnsweredRequestIsNotFoundAgain) {
   AddRequest(3, {});
   Dispatch(3);
-  EXPECT_THAT(
-      Dispatch(3),
-      TraceIs({"func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 3, "
-               "bReasonIsTimeout:0",
-               "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: 3: id: 3, request not "
-               "found"}));
+  Dispatch(3);
   EXPECT_EQ(sent_.All().size(), 1U);
+  EXPECT_THAT(trace_, TraceIs(NotFound(3)));
 }
 
 TEST_F(DispatchTest, TimeoutAsReasonIsTracedAndChangesNothingElse) {
   AddRequest(3, {DnsServerMethod("192.0.2.1")});
-  EXPECT_THAT(Dispatch(3, true),
-              TraceIs({"func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 3, "
-                       "bReasonIsTimeout:1",
-                       Opening(3, 0, 1)[1], TypeLine(0)}));
+  Dispatch(3, true);
   EXPECT_EQ(Pending(3)->CurrentDNSMethodIndex, 0);
   EXPECT_EQ(sent_.All().size(), 1U);
+  EXPECT_THAT(trace_, TraceIs({trace::Dispatch("TryNextDNSQueryMethod: id: 3, bReasonIsTimeout:1"),
+                               trace::Dispatched(3, 0, 1)[1], trace::kServerTried}));
 }
 
 // ------------------------------------------------------------------------------------ DNS server
 
 TEST_F(DispatchTest, ServerGetsTheStoredQueryUnchangedAndTheRequestWaits) {
   AddRequest(0x0102, {DnsServerMethod("192.0.2.1")});
-  EXPECT_THAT(Dispatch(0x0102), TraceIs(Opening(0x0102, 0, 1) + TraceLines{TypeLine(0)}))
-      << "a successful forward has no line of its own";
+  Dispatch(0x0102);
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].sock, kSockToServers);
   EXPECT_EQ(sent_.All()[0].flags, 0);
-  EXPECT_EQ(sent_.All()[0].bytes, Under(0x0102, AppQuery()));
+  EXPECT_EQ(sent_.All()[0].bytes, UnderProxyId(AppQuery(), 0x0102));
   EXPECT_EQ(sent_.All()[0].address, BytesOf(Ipv4Address("192.0.2.1", 53))) << "and 16 bytes of it";
   ASSERT_NE(Pending(0x0102), nullptr);
   EXPECT_EQ(Pending(0x0102)->CurrentDNSMethodIndex, 0) << "so that the answer can be matched";
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(0x0102, 0, 1) + TraceLines{trace::kServerTried}))
+      << "a successful forward has no line of its own";
 }
 
 TEST_F(DispatchTest, ServerAtTheRequestsPositionIsAsked) {
   AddRequest(3, {DnsServerMethod("192.0.2.1"), DnsServerMethod("192.0.2.2")})
       ->CurrentDNSMethodIndex = 1;
-  EXPECT_THAT(Dispatch(3), TraceIs(Opening(3, 1, 2) + TraceLines{TypeLine(0)}));
+  Dispatch(3);
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].address, BytesOf(Ipv4Address("192.0.2.2", 53)));
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(3, 1, 2) + TraceLines{trace::kServerTried}));
 }
 
 TEST_F(DispatchTest, RequestsOwnMethodsCountAndNotTheProcessesList) {
@@ -134,14 +123,14 @@ TEST_F(DispatchTest, FailedForwardDeletesTheRequestAndTheApplicationGetsNothing)
   const FreeWatch watch(*AddRequest(7, {DnsServerMethod("192.0.2.1"), DnsServerMethod("192.0.2.2")},
                                     "rather-long.alpha.internal"));
   sent_.FailWith(ENETUNREACH);
-  EXPECT_THAT(Dispatch(7),
-              TraceIs(Opening(7, 0, 2) +
-                      TraceLines{TypeLine(0), "TryNextDNSQueryMethod: id: 7,sendto failed: " +
-                                                  std::to_string(ENETUNREACH)}))
-      << "the second number is errno";
+  Dispatch(7);
   EXPECT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(Pending(7), nullptr);
   EXPECT_EQ(watch.Count(), 1);
+  EXPECT_THAT(trace_,
+              TraceIs(trace::Dispatched(7, 0, 2) +
+                      TraceLines{trace::kServerTried, trace::ForwardFailed(7, ENETUNREACH)}))
+      << "the second number is errno";
 }
 
 // -------------------------------------------------------------------------------------- host map
@@ -149,34 +138,25 @@ TEST_F(DispatchTest, FailedForwardDeletesTheRequestAndTheApplicationGetsNothing)
 TEST_F(DispatchTest, HostMapHitIsAnsweredAtOnceAndTheRequestDeleted) {
   MapHost("alpha.internal", "10.200.3.4");
   AddRequest(0x0102, {HostMapMethod(), DnsServerMethod("192.0.2.1")});
-  EXPECT_THAT(Dispatch(0x0102),
-              TraceIs(Opening(0x0102, 0, 2) +
-                      TraceLines{TypeLine(1),
-                                 "func: TryNextDNSQueryMethod(line:%d) find alpha.internal from "
-                                 "hostmap, ip:10.200.3.4, req id:258"}))
-      << "the address bytes are unsigned, the identifier is the proxy's";
+  Dispatch(0x0102);
 
-  Bytes expected = AppQuery();
-  expected[2] = 0x81;
-  expected[7] = 0x01;
-  const Bytes record = {0xC0, 0x0C, 0, 1, 0, 1, 0, 1, 0x51, 0x80, 0, 4, 10, 200, 3, 4};
-  expected.insert(expected.end(), record.begin(), record.end());
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].sock, kSockToApps);
   EXPECT_EQ(sent_.All()[0].flags, 0);
-  EXPECT_EQ(sent_.All()[0].bytes, expected);
+  EXPECT_EQ(sent_.All()[0].bytes, support::HostAnswer(AppQuery(), 1, {10, 200, 3, 4}));
   EXPECT_EQ(sent_.All()[0].address, BytesOf(kApplication)) << "and 16 bytes of it";
   EXPECT_EQ(Pending(0x0102), nullptr);
+  EXPECT_THAT(trace_,
+              TraceIs(trace::Dispatched(0x0102, 0, 2) +
+                      TraceLines{trace::kHostMapTried, Hit("alpha.internal", "10.200.3.4", 258)}))
+      << "the address bytes are unsigned, the identifier is the proxy's";
 }
 
 TEST_F(DispatchTest, HostMapHitIsFoundWhateverTheCaseOfTheQuestionAndTracedAsAsked) {
   MapHost("alpha.internal", "10.1.2.3");
   AddRequest(1, {HostMapMethod()}, "ALPHA.internal");
-  EXPECT_THAT(
-      Dispatch(1),
-      TraceIs(Opening(1, 0, 1) + TraceLines{TypeLine(1),
-                                            "func: TryNextDNSQueryMethod(line:%d) find "
-                                            "ALPHA.internal from hostmap, ip:10.1.2.3, req id:1"}));
+  Dispatch(1);
+  EXPECT_THAT(trace_.back(), TraceLineIs(Hit("ALPHA.internal", "10.1.2.3", 1)));
 }
 
 TEST_F(DispatchTest, HostMapAnswerCountIsTwoForAaaaAndOneForAnyOtherType) {
@@ -194,45 +174,43 @@ TEST_F(DispatchTest, HostMapAnswerCountIsTwoForAaaaAndOneForAnyOtherType) {
 TEST_F(DispatchTest, HostMapAnswerOf255IsTracedUnsigned) {
   MapHost("alpha.internal", "not an address");
   AddRequest(1, {HostMapMethod()});
-  EXPECT_THAT(Dispatch(1).back(),
-              support::TraceLineIs("func: TryNextDNSQueryMethod(line:%d) find alpha.internal from "
-                                   "hostmap, ip:255.255.255.255, req id:1"));
+  Dispatch(1);
+  EXPECT_THAT(trace_.back(), TraceLineIs(Hit("alpha.internal", "255.255.255.255", 1)));
 }
 
 TEST_F(DispatchTest, FailedHostMapAnswerIsTracedAndTheRequestDeletedAllTheSame) {
   MapHost("alpha.internal", "10.1.2.3");
   AddRequest(1, {HostMapMethod(), DnsServerMethod("192.0.2.1")});
   sent_.FailWith(EPERM);
-  EXPECT_THAT(
-      Dispatch(1),
-      TraceIs(Opening(1, 0, 2) +
-              TraceLines{TypeLine(1),
-                         "func: TryNextDNSQueryMethod(line:%d) find alpha.internal from hostmap, "
-                         "ip:10.1.2.3, req id:1",
-                         "func: TryNextDNSQueryMethod(line:%d)DNS service: sendto for host map "
-                         "failed"}));
+  Dispatch(1);
   EXPECT_EQ(Pending(1), nullptr);
+  EXPECT_THAT(trace_,
+              TraceIs(trace::Dispatched(1, 0, 2) +
+                      TraceLines{trace::kHostMapTried, Hit("alpha.internal", "10.1.2.3", 1),
+                                 trace::Dispatch("DNS service: sendto for host map failed")}));
 }
 
 TEST_F(DispatchTest, HostMapMissGoesOnToTheNextMethodInTheSameCall) {
   MapHost("beta.internal", "10.1.2.3");
   AddRequest(1, {HostMapMethod(), DnsServerMethod("192.0.2.1")});
-  EXPECT_THAT(Dispatch(1), TraceIs(Opening(1, 0, 2) + TraceLines{TypeLine(1)} + Opening(1, 1, 2) +
-                                   TraceLines{TypeLine(0)}));
+  Dispatch(1);
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].sock, kSockToServers);
-  EXPECT_EQ(sent_.All()[0].bytes, Under(1, AppQuery())) << "the stored query is not touched";
+  EXPECT_EQ(sent_.All()[0].bytes, UnderProxyId(AppQuery(), 1)) << "the stored query is not touched";
   ASSERT_NE(Pending(1), nullptr);
   EXPECT_EQ(Pending(1)->CurrentDNSMethodIndex, 1);
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(1, 0, 2) + TraceLines{trace::kHostMapTried} +
+                              trace::Dispatched(1, 1, 2) + TraceLines{trace::kServerTried}));
 }
 
 TEST_F(DispatchTest, HostMapMissWithoutServersIsNoSuchName) {
   AddRequest(1, {HostMapMethod()});
-  EXPECT_THAT(Dispatch(1), TraceIs(Opening(1, 0, 1) + TraceLines{TypeLine(1)} + Opening(1, 1, 1) +
-                                   TraceLines{kNoMoreMethods}));
+  Dispatch(1);
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].bytes, NoSuchName(AppQuery()));
   EXPECT_EQ(Pending(1), nullptr);
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(1, 0, 1) + TraceLines{trace::kHostMapTried} +
+                              trace::Dispatched(1, 1, 1) + TraceLines{trace::kNoMoreMethods}));
 }
 
 TEST_F(DispatchTest, HostMapMissAtPosition255WrapsTo0) {
@@ -240,8 +218,9 @@ TEST_F(DispatchTest, HostMapMissAtPosition255WrapsTo0) {
   DNSMethodList methods(256, DnsServerMethod("192.0.2.1"));
   methods[255] = HostMapMethod();
   AddRequest(1, methods)->CurrentDNSMethodIndex = 255;
-  EXPECT_THAT(Dispatch(1), TraceIs(Opening(1, 255, 256) + TraceLines{TypeLine(1)} +
-                                   Opening(1, 0, 256) + TraceLines{TypeLine(0)}));
+  Dispatch(1);
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(1, 255, 256) + TraceLines{trace::kHostMapTried} +
+                              trace::Dispatched(1, 0, 256) + TraceLines{trace::kServerTried}));
 }
 
 TEST_F(DispatchTest, MappedNameIsNotLookedUpWithoutAHostMapMethod) {
@@ -269,11 +248,12 @@ TEST_F(DispatchTest, QueryOfMoreThan8175BytesCountsAsAHostMapMiss) {
     Bytes query = AppQuery();
     query.resize(length, 0x55);
     AddRequestFor(query, 1, {HostMapMethod(), DnsServerMethod("192.0.2.1")}, "alpha.internal", 1);
-    EXPECT_THAT(Dispatch(1), TraceIs(Opening(1, 0, 2) + TraceLines{TypeLine(1)} + Opening(1, 1, 2) +
-                                     TraceLines{TypeLine(0)}));
+    Dispatch(1);
     EXPECT_EQ(sent_.All().back().sock, kSockToServers) << length;
-    EXPECT_EQ(sent_.All().back().bytes, Under(1, query)) << length;
+    EXPECT_EQ(sent_.All().back().bytes, UnderProxyId(query, 1)) << length;
     g_DnsRequestTable.Delete(1);
+    EXPECT_THAT(trace_, TraceIs(trace::Dispatched(1, 0, 2) + TraceLines{trace::kHostMapTried} +
+                                trace::Dispatched(1, 1, 2) + TraceLines{trace::kServerTried}));
   }
 }
 
@@ -281,7 +261,7 @@ TEST_F(DispatchTest, QueryOfMoreThan8175BytesCountsAsAHostMapMiss) {
 
 TEST_F(DispatchTest, EmptyListIsNoSuchNameAtOnce) {
   const FreeWatch watch(*AddRequest(9, {}, "rather-long.alpha.internal"));
-  EXPECT_THAT(Dispatch(9), TraceIs(Opening(9, 0, 0) + TraceLines{kNoMoreMethods}));
+  Dispatch(9);
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].sock, kSockToApps);
   EXPECT_EQ(sent_.All()[0].flags, 0);
@@ -289,27 +269,32 @@ TEST_F(DispatchTest, EmptyListIsNoSuchNameAtOnce) {
   EXPECT_EQ(sent_.All()[0].address, BytesOf(kApplication)) << "and 16 bytes of it";
   EXPECT_EQ(Pending(9), nullptr);
   EXPECT_EQ(watch.Count(), 1);
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(9, 0, 0) + TraceLines{trace::kNoMoreMethods}));
 }
 
 TEST_F(DispatchTest, PositionBehindTheLastMethodIsNoSuchName) {
   AddRequest(9, {HostMapMethod(), DnsServerMethod("192.0.2.1")})->CurrentDNSMethodIndex = 2;
-  EXPECT_THAT(Dispatch(9), TraceIs(Opening(9, 2, 2) + TraceLines{kNoMoreMethods}));
+  Dispatch(9);
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].bytes, NoSuchName(AppQuery()));
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(9, 2, 2) + TraceLines{trace::kNoMoreMethods}));
 }
 
 TEST_F(DispatchTest, PositionFarBehindTheListIsNoSuchName) {
   AddRequest(9, {DnsServerMethod("192.0.2.1")})->CurrentDNSMethodIndex = 159;
-  EXPECT_THAT(Dispatch(9), TraceIs(Opening(9, 159, 1) + TraceLines{kNoMoreMethods}));
+  Dispatch(9);
   EXPECT_EQ(sent_.All()[0].sock, kSockToApps);
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(9, 159, 1) + TraceLines{trace::kNoMoreMethods}));
 }
 
 TEST_F(DispatchTest, NumberOfMethodsIsTakenModulo65536) {
   // 65,536 methods count as none. No host lists that many; the comparison stays as it is.
   AddRequest(9, DNSMethodList(65536, DnsServerMethod("192.0.2.1")));
-  EXPECT_THAT(Dispatch(9), TraceIs(Opening(9, 0, 65536) + TraceLines{kNoMoreMethods}));
+  Dispatch(9);
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(9, 0, 65536) + TraceLines{trace::kNoMoreMethods}));
   AddRequest(9, DNSMethodList(65537, DnsServerMethod("192.0.2.1")));
-  EXPECT_THAT(Dispatch(9), TraceIs(Opening(9, 0, 65537) + TraceLines{TypeLine(0)}));
+  Dispatch(9);
+  EXPECT_THAT(trace_, TraceIs(trace::Dispatched(9, 0, 65537) + TraceLines{trace::kServerTried}));
 }
 
 TEST_F(DispatchTest, NoSuchNameIsAsLongAsTheQueryWhateverStandsBehindTheQuestion) {
@@ -337,12 +322,12 @@ TEST_F(DispatchTest, NoSuchNameOfTheLongestQueryIsSentWhole) {
 TEST_F(DispatchTest, FailedNoSuchNameIsTracedAndTheRequestDeletedAllTheSame) {
   AddRequest(9, {});
   sent_.FailWith(EPERM);
-  EXPECT_THAT(Dispatch(9),
-              TraceIs(Opening(9, 0, 0) +
-                      TraceLines{kNoMoreMethods,
-                                 "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: "
-                                 "9, sendto failed"}));
+  Dispatch(9);
   EXPECT_EQ(Pending(9), nullptr);
+  EXPECT_THAT(trace_,
+              TraceIs(trace::Dispatched(9, 0, 0) +
+                      TraceLines{trace::kNoMoreMethods,
+                                 trace::Dispatch("TryNextDNSQueryMethod: id: 9, sendto failed")}));
 }
 
 TEST_F(DispatchTest, ApplicationOfAnotherFamilyIsGivenTheAddressLength28) {
@@ -364,10 +349,11 @@ TEST_F(DispatchTest, UnknownMethodTypeLeavesTheRequestUntouched) {
     DNSMethodInfo method = DnsServerMethod("192.0.2.1");
     method.iDNSMethodType = type;
     AddRequest(9, {method, DnsServerMethod("192.0.2.2")});
-    EXPECT_THAT(Dispatch(9), TraceIs(Opening(9, 0, 2) + TraceLines{TypeLine(type)}));
+    Dispatch(9);
     ASSERT_NE(Pending(9), nullptr);
     EXPECT_EQ(Pending(9)->CurrentDNSMethodIndex, 0);
     g_DnsRequestTable.Delete(9);
+    EXPECT_THAT(trace_, TraceIs(trace::Dispatched(9, 0, 2) + TraceLines{trace::Method(type)}));
   }
   EXPECT_TRUE(sent_.All().empty());
 }

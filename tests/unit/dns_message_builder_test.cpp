@@ -6,10 +6,6 @@
 namespace support {
 namespace {
 
-TEST(DnsMessageBuilder, StartsAsAHeaderOfZeros) {
-  EXPECT_EQ(DnsMessageBuilder().Build(), Bytes(12, 0));
-}
-
 TEST(DnsMessageBuilder, WritesAQueryWithEdns) {
   const Bytes expected = {
       0x12, 0x34,                          // identifier
@@ -56,36 +52,6 @@ TEST(DnsMessageBuilder, WritesAnAnswerWithItsRecord) {
       DnsMessageBuilder().Id(7).Flags(0x8180).Question("a", 1, 1).Answer(1,
                                                                          {0xC0, 0x00, 0x02, 0x01});
   EXPECT_EQ(message.Build(), expected);
-}
-
-TEST(DnsMessageBuilder, LaterCountsOverruleWhatWasCounted) {
-  const Bytes expected = {
-      0x00, 0x00, 0x00, 0x00,  // identifier, flags
-      0x00, 0x02,              // questions as said, not as counted
-      0x01, 0x00,              // answers
-      0x00, 0x03,              // authority
-      0xFF, 0xFF,              // additional
-      0x00,                    // root
-      0x00, 0x01, 0x00, 0x01,  // type, class
-  };
-  const DnsMessageBuilder message = DnsMessageBuilder()
-                                        .Question("", 1, 1)
-                                        .QuestionCount(2)
-                                        .AnswerCount(256)
-                                        .AuthorityCount(3)
-                                        .AdditionalCount(0xFFFF);
-  EXPECT_EQ(message.Build(), expected);
-}
-
-TEST(DnsMessageBuilder, TakesPiecesThatNoWellFormedMessageHas) {
-  Bytes expected(12, 0);
-  expected.insert(expected.end(), {0x03, 'a', '.', 'b', 0xC0, 0x0C, 0x00});
-  EXPECT_EQ(DnsMessageBuilder().Label("a.b").Raw({0xC0, 0x0C}).Root().Build(), expected);
-}
-
-TEST(HexText, IsTwoDigitsAByteBetweenBlanks) {
-  EXPECT_EQ(HexText({0x00, 0xC0, 0x0C}), "00 C0 0C");
-  EXPECT_EQ(HexText({}), "");
 }
 
 }  // namespace

@@ -12,17 +12,15 @@
 #include <vector>
 
 #include "tests/support/heap_watch.h"
+#include "tests/support/requests.h"
 
 namespace {
 
 using support::FreeWatch;
 
 DnsRequest* MakeRequest(unsigned short id) {
-  auto* const request = new DnsRequest;
-  request->QueryID = id;
-  request->CurrentDNSMethodIndex = 0;
-  request->strDomain = "a-name-that-is-rather-long.alpha.internal";
-  return request;
+  const std::string name = "a-name-that-is-rather-long.alpha.internal";
+  return support::MakeRequest(id, support::Query(0, name), name, 1, {}).release();
 }
 
 class PendingRequestsTest : public testing::Test {

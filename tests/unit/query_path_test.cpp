@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tests/support/heap_watch.h"
+#include "tests/support/trace_texts.h"
 #include "tests/unit/request_fixture.h"
 
 namespace {
@@ -15,12 +16,15 @@ using support::BytesOf;
 using support::DnsMessageBuilder;
 using support::Ipv4Address;
 using support::Ipv6Address;
+using support::kApplication;
 using support::TraceIs;
 using support::TraceLineIs;
 using support::TraceLines;
 using support::TraceOf;
+using support::UnderProxyId;
+using support::operator+;
 
-constexpr char kFunc[] = "func: RecvAndProcessPacketsFromLocalApps(line:%d)";
+namespace trace = support::trace;
 
 class QueryPathTest : public RequestFixture {
  protected:
@@ -34,16 +38,6 @@ class QueryPathTest : public RequestFixture {
   bool Handle(const Bytes& query) {
     arriving_.Arrive(query, kApplication);
     return Handle();
-  }
-
-  // The lines from the receipt of a query of `length` bytes to its acceptance as `id`.
-  static TraceLines Accepted(std::size_t length, const std::string& name, int id) {
-    return {
-        std::string(kFunc) + "FromAPP: received " + std::to_string(length) + " data from 127.0.0.1",
-        std::string(kFunc) + " pDNSHeader QuestionCount :1",
-        std::string(kFunc) + " received dns request............" + name,
-        std::string(kFunc) + "FromAPP: the request domain is " + name +
-            ", id:" + std::to_string(id)};
   }
 
   // The trace without the lines of other functions.
@@ -71,8 +65,9 @@ class QueryPathTest : public RequestFixture {
 
 TEST_F(QueryPathTest, SocketMinusOneIsInvalid) {
   EXPECT_FALSE(Handle(-1));
-  EXPECT_THAT(trace_, TraceIs({std::string(kFunc) +
-                               "RecvAndProcessPacketsFromLocalApps: socket fd is invalid"}));
+  EXPECT_THAT(
+      trace_,
+      TraceIs({trace::QueryPath("RecvAndProcessPacketsFromLocalApps: socket fd is invalid")}));
   EXPECT_TRUE(arriving_.Calls().empty()) << "nothing is received";
 }
 
@@ -97,8 +92,8 @@ TEST_F(QueryPathTest, FailedReceiveReturnsFalse) {
   for (const int error : {EINTR, EBADF, ENOMEM}) {
     arriving_.Fail(error);
     EXPECT_FALSE(Handle());
-    EXPECT_THAT(trace_, TraceIs({std::string(kFunc) +
-                                 "RecvAndProcessPacketsFromLocalApps: recv nothing..."}));
+    EXPECT_THAT(trace_,
+                TraceIs({trace::QueryPath("RecvAndProcessPacketsFromLocalApps: recv nothing...")}));
   }
   ExpectNothingKept();
 }
@@ -106,9 +101,8 @@ TEST_F(QueryPathTest, FailedReceiveReturnsFalse) {
 TEST_F(QueryPathTest, FewerThan12BytesAreTooShort) {
   for (std::size_t length = 0; length < 12; ++length) {
     EXPECT_FALSE(Handle(Bytes(length, 0x01)));
-    EXPECT_THAT(trace_, TraceIs({std::string(kFunc) + "FromAPP: received " +
-                                     std::to_string(length) + " data from 127.0.0.1",
-                                 std::string(kFunc) + "FromAPP: query too short from 127.0.0.1"}));
+    EXPECT_THAT(trace_, TraceIs({trace::Accepted(length, "", 0)[0],
+                                 trace::QueryPath("FromAPP: query too short from 127.0.0.1")}));
   }
   ExpectNothingKept();
 }
@@ -119,21 +113,20 @@ TEST_F(QueryPathTest, QuestionCountOtherThanOneIsInvalid) {
     const Bytes query =
         DnsMessageBuilder().Question("alpha.internal", 1, 1).QuestionCount(count).Build();
     EXPECT_FALSE(Handle(query)) << count;
-    EXPECT_THAT(trace_,
-                TraceIs({std::string(kFunc) + "FromAPP: received " + std::to_string(query.size()) +
-                             " data from 127.0.0.1",
-                         std::string(kFunc) + " pDNSHeader QuestionCount :" + std::to_string(count),
-                         std::string(kFunc) + "FromAPP: QuestionCount invalid: " +
-                             std::to_string(count) + ", from: 127.0.0.1"}));
+    const std::string number = std::to_string(count);
+    EXPECT_THAT(trace_, TraceIs({trace::Accepted(query.size(), "", 0)[0],
+                                 trace::QueryPath(" pDNSHeader QuestionCount :" + number),
+                                 trace::QueryPath("FromAPP: QuestionCount invalid: " + number +
+                                                  ", from: 127.0.0.1")}));
   }
   ExpectNothingKept();
 }
 
 TEST_F(QueryPathTest, HeaderAloneHasAnEmptyName) {
   EXPECT_FALSE(Handle(DnsMessageBuilder().QuestionCount(1).Build()));
-  EXPECT_THAT(trace_, TraceIs({std::string(kFunc) + "FromAPP: received 12 data from 127.0.0.1",
-                               std::string(kFunc) + " pDNSHeader QuestionCount :1",
-                               std::string(kFunc) + "FromAPP: domain is empty, from: 127.0.0.1"}));
+  EXPECT_THAT(trace_, TraceIs({trace::QueryPath("FromAPP: received 12 data from 127.0.0.1"),
+                               trace::QueryPath(" pDNSHeader QuestionCount :1"),
+                               trace::QueryPath("FromAPP: domain is empty, from: 127.0.0.1")}));
   ExpectNothingKept();
 }
 
@@ -141,16 +134,16 @@ TEST_F(QueryPathTest, QueryForTheRootHasAnEmptyNameAndEndsTheThread) {
   // A bare `dig` sends one. By design: the hosting process starts the service anew.
   EXPECT_FALSE(Handle(DnsMessageBuilder().Question("", 2, 1).Build()));
   EXPECT_THAT(trace_.back(),
-              TraceLineIs(std::string(kFunc) + "FromAPP: domain is empty, from: 127.0.0.1"));
+              TraceLineIs(trace::QueryPath("FromAPP: domain is empty, from: 127.0.0.1")));
   ExpectNothingKept();
 }
 
 TEST_F(QueryPathTest, NameThatBeginsWithAnInvalidLengthIsEmpty) {
   EXPECT_FALSE(Handle(DnsMessageBuilder().QuestionCount(1).Raw({0xC0, 0x0C, 0, 1, 0, 1}).Build()));
-  EXPECT_THAT(trace_, TraceIs({std::string(kFunc) + "FromAPP: received 18 data from 127.0.0.1",
-                               std::string(kFunc) + " pDNSHeader QuestionCount :1",
+  EXPECT_THAT(trace_, TraceIs({trace::QueryPath("FromAPP: received 18 data from 127.0.0.1"),
+                               trace::QueryPath(" pDNSHeader QuestionCount :1"),
                                "func: ExtractDomain(line:%d)ExtractDomain invalid value:-64",
-                               std::string(kFunc) + "FromAPP: domain is empty, from: 127.0.0.1"}));
+                               trace::QueryPath("FromAPP: domain is empty, from: 127.0.0.1")}));
   ExpectNothingKept();
 }
 
@@ -162,7 +155,7 @@ TEST_F(QueryPathTest, NameThatBeginsWithAZeroByteIsEmpty) {
                           .Raw({0, 1, 0, 1})
                           .Build()));
   EXPECT_THAT(trace_.back(),
-              TraceLineIs(std::string(kFunc) + "FromAPP: domain is empty, from: 127.0.0.1"));
+              TraceLineIs(trace::QueryPath("FromAPP: domain is empty, from: 127.0.0.1")));
 }
 
 // --------------------------------------------------------------------------------- the sender
@@ -170,8 +163,8 @@ TEST_F(QueryPathTest, NameThatBeginsWithAZeroByteIsEmpty) {
 TEST_F(QueryPathTest, SenderOfIpv6IsTracedAsSuch) {
   arriving_.Arrive(Bytes(3), Ipv6Address("2001:db8::7", 4000));
   EXPECT_FALSE(Handle());
-  EXPECT_THAT(trace_, TraceIs({std::string(kFunc) + "FromAPP: received 3 data from 2001:db8::7",
-                               std::string(kFunc) + "FromAPP: query too short from 2001:db8::7"}));
+  EXPECT_THAT(trace_, TraceIs({trace::QueryPath("FromAPP: received 3 data from 2001:db8::7"),
+                               trace::QueryPath("FromAPP: query too short from 2001:db8::7")}));
 }
 
 TEST_F(QueryPathTest, SenderOfAnyOtherFamilyHasAnEmptyText) {
@@ -179,15 +172,16 @@ TEST_F(QueryPathTest, SenderOfAnyOtherFamilyHasAnEmptyText) {
   unixAddress.sa_family = AF_UNIX;
   arriving_.Arrive(Bytes(3), BytesOf(unixAddress));
   EXPECT_FALSE(Handle());
-  EXPECT_THAT(trace_, TraceIs({std::string(kFunc) + "FromAPP: received 3 data from ",
-                               std::string(kFunc) + "FromAPP: query too short from "}));
+  EXPECT_THAT(trace_, TraceIs({trace::QueryPath("FromAPP: received 3 data from "),
+                               trace::QueryPath("FromAPP: query too short from ")}));
 }
 
 TEST_F(QueryPathTest, AddressThatTheReceiveCallDoesNotGiveReadsAsZero) {
   arriving_.Arrive(AppQuery(), Bytes());
   EXPECT_TRUE(Handle());
-  EXPECT_THAT(trace_.front(), TraceLineIs(std::string(kFunc) + "FromAPP: received " +
-                                          std::to_string(AppQuery().size()) + " data from "));
+  EXPECT_THAT(trace_.front(),
+              TraceLineIs(trace::QueryPath("FromAPP: received " +
+                                           std::to_string(AppQuery().size()) + " data from ")));
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].address, Bytes(28, 0));
 }
@@ -207,18 +201,13 @@ TEST_F(QueryPathTest, AcceptedQueryIsTracedRecordedAndDispatched) {
   g_DnsMethodList = {DnsServerMethod("192.0.2.1")};
   const Bytes query = AppQuery("Mail.Corp.lan", 28);
   EXPECT_TRUE(Handle(query));
-  TraceLines expected = Accepted(query.size(), "Mail.Corp.lan", 0);
-  expected.insert(
-      expected.end(),
-      {"func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 0, bReasonIsTimeout:0",
-       "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 0, DnsListSize:1",
-       "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:0(0: dns, 1:hostmap)"});
-  EXPECT_THAT(trace_, TraceIs(expected));
+  EXPECT_THAT(trace_, TraceIs(trace::Accepted(query.size(), "Mail.Corp.lan", 0) +
+                              trace::Dispatched(0, 0, 1) + TraceLines{trace::kServerTried}));
 
   const DnsRequest* const request = Pending(0);
   ASSERT_NE(request, nullptr);
   EXPECT_EQ(request->QueryID, 0);
-  EXPECT_EQ(request->AppQueryID, AsSent(0xAB, 0xCD)) << "as it came";
+  EXPECT_EQ(request->AppQueryID, support::IdOf({0xAB, 0xCD})) << "as it came";
   EXPECT_EQ(request->CurrentDNSMethodIndex, 0);
   EXPECT_EQ(request->iRecvLen, static_cast<int>(query.size()));
   EXPECT_EQ(request->iQueryLen, static_cast<int>(query.size()));
@@ -228,7 +217,7 @@ TEST_F(QueryPathTest, AcceptedQueryIsTracedRecordedAndDispatched) {
   EXPECT_EQ(request->QueryClass, 1);
   EXPECT_FALSE(request->bFlag);
 
-  Bytes stored = Under(0, query);
+  Bytes stored = UnderProxyId(query, 0);
   stored.resize(8192, 0);
   EXPECT_EQ(BytesOf(request->QueryBuf), stored) << "zero behind the query";
 }
@@ -239,8 +228,8 @@ TEST_F(QueryPathTest, ProxyIdentifierTravelsInMachineOrder) {
   const Bytes query = AppQuery();
   EXPECT_TRUE(Handle(query));
   ASSERT_EQ(sent_.All().size(), 1U);
-  EXPECT_EQ(sent_.All()[0].bytes, Under(0x0102, query));
-  if (OnTheWire(1) == Bytes{0x01, 0x00}) {
+  EXPECT_EQ(sent_.All()[0].bytes, UnderProxyId(query, 0x0102));
+  if (BytesOf<unsigned short>(1) == Bytes{0x01, 0x00}) {
     EXPECT_EQ(sent_.All()[0].bytes[0], 0x02) << "low byte first on this machine";
     EXPECT_EQ(sent_.All()[0].bytes[1], 0x01);
   }
@@ -273,7 +262,7 @@ TEST_F(QueryPathTest, EqualIdentifiersOfTwoApplicationsAreToldApart) {
 TEST_F(QueryPathTest, IdentifierWrapsFrom65535To0) {
   g_QueryID = 65535;
   EXPECT_TRUE(Handle(AppQuery()));
-  EXPECT_THAT(OwnTrace(), TraceIs(Accepted(AppQuery().size(), "alpha.internal", 65535)));
+  EXPECT_THAT(OwnTrace(), TraceIs(trace::Accepted(AppQuery().size(), "alpha.internal", 65535)));
   EXPECT_EQ(g_QueryID, 0);
 }
 
@@ -288,11 +277,11 @@ TEST_F(QueryPathTest, RequestUnderATakenIdentifierIsDroppedAndTheOlderOneDispatc
   EXPECT_TRUE(Handle(AppQuery("newer.internal")));
   EXPECT_EQ(support::RecordsAlive(), alive);
   EXPECT_THAT(OwnTrace(),
-              TraceIs(Accepted(AppQuery("newer.internal").size(), "newer.internal", 0)));
+              TraceIs(trace::Accepted(AppQuery("newer.internal").size(), "newer.internal", 0)));
   EXPECT_EQ(Pending(0), older);
   EXPECT_EQ(g_DnsRequestTable.mapRequests.size(), 1U);
   ASSERT_EQ(sent_.All().size(), 1U);
-  EXPECT_EQ(sent_.All()[0].bytes, Under(0, AppQuery("older.internal")));
+  EXPECT_EQ(sent_.All()[0].bytes, UnderProxyId(AppQuery("older.internal"), 0));
   EXPECT_EQ(g_QueryID, 1);
 }
 
@@ -315,7 +304,7 @@ TEST_F(QueryPathTest, OnlyTheQuestionCountOfTheHeaderIsLookedAt) {
                           .Build();
   EXPECT_TRUE(Handle(query));
   ASSERT_EQ(sent_.All().size(), 1U);
-  EXPECT_EQ(sent_.All()[0].bytes, Under(0, query));
+  EXPECT_EQ(sent_.All()[0].bytes, UnderProxyId(query, 0));
 }
 
 TEST_F(QueryPathTest, TypeAndClassThatAreCutOffAreZero) {
@@ -331,7 +320,7 @@ TEST_F(QueryPathTest, QueryOf8192BytesIsTakenWhole) {
   query.resize(8192, 0x55);
   EXPECT_TRUE(Handle(query));
   ASSERT_EQ(sent_.All().size(), 1U);
-  EXPECT_EQ(sent_.All()[0].bytes, Under(0, query));
+  EXPECT_EQ(sent_.All()[0].bytes, UnderProxyId(query, 0));
 }
 
 TEST_F(QueryPathTest, LongestNameThatFitsHas1023Characters) {
@@ -407,14 +396,8 @@ TEST_F(QueryPathTest, NameWithInAddrArpaStartsAtPosition159AndIsNoSuchName) {
   for (const char* name : names) {
     const Bytes query = AppQuery(name, 12);
     EXPECT_TRUE(Handle(query)) << name;
-    TraceLines expected = Accepted(query.size(), name, id);
-    expected.insert(
-        expected.end(),
-        {"func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: " + std::to_string(id) +
-             ", bReasonIsTimeout:0",
-         "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 159, DnsListSize:2",
-         "func: TryNextDNSQueryMethod(line:%d) no more DNS methods, send no such name response"});
-    EXPECT_THAT(trace_, TraceIs(expected));
+    EXPECT_THAT(trace_, TraceIs(trace::Accepted(query.size(), name, id) +
+                                trace::Dispatched(id, 159, 2) + TraceLines{trace::kNoMoreMethods}));
     EXPECT_EQ(sent_.All().back().sock, kSockToApps) << name;
     EXPECT_EQ(sent_.All().back().bytes[3], 0x03) << name;
     ++id;

@@ -4,16 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <type_traits>
 #include <vector>
 
-#include "tests/support/dns_message_builder.h"
 #include "tests/support/heap_watch.h"
 #include "tests/support/platform_calls.h"
-#include "tests/support/socket_addresses.h"
+#include "tests/support/requests.h"
 
 static_assert(offsetof(DnsRequest, QueryID) == 0);
 static_assert(offsetof(DnsRequest, AppQueryID) == 2);
@@ -25,7 +23,6 @@ static_assert(
 
 namespace {
 
-using support::Bytes;
 using support::BytesOf;
 using support::FreeWatch;
 using support::Ipv4Address;
@@ -33,21 +30,11 @@ using support::Ipv4Address;
 // Longer than a string keeps within itself, so that freeing the record can be seen.
 const std::string kName = "a-name-that-is-rather-long.alpha.internal";
 
+// The caller's, so that the table's first form of Add is met.
 DnsRequest* MakeRequest(unsigned short id) {
-  auto* const request = new DnsRequest;
-  request->QueryID = id;
-  request->AppQueryID = 0x3412;
-  request->CurrentDNSMethodIndex = 1;
-  request->iRecvLen = 40;
-  request->ClientAddr = support::AsSockaddr(Ipv4Address("127.0.0.1", 40000));
-  std::memset(request->QueryBuf, 0x5A, sizeof(request->QueryBuf));
-  request->iQueryLen = 40;
-  request->strDomain = kName;
-  request->QueryType = 28;
-  request->QueryClass = 1;
-  request->vecDnsMethods = {HostMapMethod(), DnsServerMethod("192.0.2.1")};
-  request->bFlag = false;
-  return request;
+  return support::MakeRequest(id, support::Query(0x1234, kName, 28), kName, 28,
+                              {HostMapMethod(), DnsServerMethod("192.0.2.1")})
+      .release();
 }
 
 class RequestTableTest : public testing::Test {
@@ -67,25 +54,30 @@ TEST(DnsRequestLife, StartsWithAnEmptyNameAndNoMethods) {
   EXPECT_TRUE(request->vecDnsMethods.empty());
 }
 
+void ExpectSame(const DnsRequest& copy, const DnsRequest& source) {
+  EXPECT_EQ(copy.QueryID, source.QueryID);
+  EXPECT_EQ(copy.AppQueryID, source.AppQueryID);
+  EXPECT_EQ(copy.CurrentDNSMethodIndex, source.CurrentDNSMethodIndex);
+  EXPECT_EQ(copy.iRecvLen, source.iRecvLen);
+  EXPECT_EQ(BytesOf(copy.ClientAddr), BytesOf(source.ClientAddr));
+  EXPECT_EQ(BytesOf(copy.QueryBuf), BytesOf(source.QueryBuf));
+  EXPECT_EQ(copy.iQueryLen, source.iQueryLen);
+  EXPECT_EQ(copy.strDomain, source.strDomain);
+  EXPECT_EQ(copy.QueryType, source.QueryType);
+  EXPECT_EQ(copy.QueryClass, source.QueryClass);
+  ASSERT_EQ(copy.vecDnsMethods.size(), source.vecDnsMethods.size());
+  EXPECT_EQ(BytesOf(copy.vecDnsMethods[1]), BytesOf(source.vecDnsMethods[1]));
+  EXPECT_EQ(copy.bFlag, source.bFlag);
+}
+
 TEST(DnsRequestLife, AssignmentCopiesEveryFieldAndItselfToo) {
   const std::unique_ptr<DnsRequest> source(MakeRequest(7));
+  source->CurrentDNSMethodIndex = 1;
   source->bFlag = true;
   DnsRequest copy;
   copy = *source;
   copy = static_cast<const DnsRequest&>(copy);
-  EXPECT_EQ(copy.QueryID, 7);
-  EXPECT_EQ(copy.AppQueryID, 0x3412);
-  EXPECT_EQ(copy.CurrentDNSMethodIndex, 1);
-  EXPECT_EQ(copy.iRecvLen, 40);
-  EXPECT_EQ(BytesOf(copy.ClientAddr), BytesOf(source->ClientAddr));
-  EXPECT_EQ(BytesOf(copy.QueryBuf), Bytes(8192, 0x5A));
-  EXPECT_EQ(copy.iQueryLen, 40);
-  EXPECT_EQ(copy.strDomain, kName);
-  EXPECT_EQ(copy.QueryType, 28);
-  EXPECT_EQ(copy.QueryClass, 1);
-  ASSERT_EQ(copy.vecDnsMethods.size(), 2U);
-  EXPECT_EQ(BytesOf(copy.vecDnsMethods[1]), BytesOf(source->vecDnsMethods[1]));
-  EXPECT_TRUE(copy.bFlag);
+  ExpectSame(copy, *source);
 }
 
 TEST(DnsRequestLife, PositionWrapsFrom255To0) {
@@ -236,14 +228,7 @@ TEST_F(RequestTableTest, DeleteIntoARecordReturnsAFullCopy) {
   ASSERT_TRUE(table_.Delete(5, copy));
   EXPECT_EQ(watch.Count(), 1);
   EXPECT_EQ(Find(5), nullptr);
-  EXPECT_EQ(copy.QueryID, 5);
-  EXPECT_EQ(copy.AppQueryID, 0x3412);
-  EXPECT_EQ(copy.CurrentDNSMethodIndex, 1);
-  EXPECT_EQ(BytesOf(copy.QueryBuf), Bytes(8192, 0x5A));
-  EXPECT_EQ(copy.strDomain, kName);
-  EXPECT_EQ(copy.QueryType, 28);
-  EXPECT_EQ(copy.vecDnsMethods.size(), 2U);
-  EXPECT_FALSE(copy.bFlag);
+  ExpectSame(copy, *std::unique_ptr<DnsRequest>(MakeRequest(5)));
 }
 
 TEST_F(RequestTableTest, DeleteOfAnAbsentIdentifierIntoARecordLeavesItUntouched) {
@@ -264,8 +249,8 @@ TEST_F(RequestTableTest, DeleteIntoIdentifierAndAddressGivesBothAsTheyCame) {
   ASSERT_TRUE(table_.Delete(5, appQueryID, clientAddr));
   EXPECT_EQ(watch.Count(), 1);
   EXPECT_EQ(Find(5), nullptr);
-  EXPECT_EQ(appQueryID, 0x3412);
-  EXPECT_EQ(BytesOf(clientAddr), BytesOf(Ipv4Address("127.0.0.1", 40000)));
+  EXPECT_EQ(appQueryID, support::IdOf({0x12, 0x34}));
+  EXPECT_EQ(BytesOf(clientAddr), BytesOf(support::kApplication));
 }
 
 TEST_F(RequestTableTest, DeleteOfAnAbsentIdentifierIntoIdentifierAndAddressLeavesBothUntouched) {

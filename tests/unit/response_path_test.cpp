@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tests/support/heap_watch.h"
+#include "tests/support/trace_texts.h"
 #include "tests/unit/request_fixture.h"
 
 namespace {
@@ -18,12 +19,16 @@ using support::DnsMessageBuilder;
 using support::FreeWatch;
 using support::Ipv4Address;
 using support::Ipv6Address;
+using support::kApplication;
 using support::TraceIs;
 using support::TraceLineIs;
 using support::TraceLines;
 using support::TraceOf;
+using support::UnderId;
+using support::UnderProxyId;
+using support::operator+;
 
-const std::string kFunc = "func: RecvAndProcessPacketsFromDNSServer(line:%d)";
+namespace trace = support::trace;
 
 class ResponsePathTest : public RequestFixture {
  protected:
@@ -40,20 +45,21 @@ class ResponsePathTest : public RequestFixture {
 
   // An answer to the application's query under `id`, with one A record.
   static Bytes Answer(unsigned short id) {
-    return Under(id, DnsMessageBuilder()
-                         .Flags(0x8180)
-                         .Question("alpha.internal", 1, 1)
-                         .Answer(1, {0xC0, 0xA8, 0x01, 0x01})
-                         .Build());
+    return UnderProxyId(support::AnswerTo(AppQuery(), {0xC0, 0xA8, 0x01, 0x01}), id);
   }
 
   // The same without a record.
   static Bytes NoAnswer(unsigned short id, unsigned short flags = 0x8183) {
-    return Under(id, DnsMessageBuilder().Flags(flags).Question("alpha.internal", 1, 1).Build());
+    return UnderProxyId(support::BeginAnswerTo(AppQuery(), flags).Build(), id);
   }
 
-  static std::string Received(std::size_t length, const char* from) {
-    return kFunc + " FromDNSServer: recv " + std::to_string(length) + " data from " + from;
+  // What is traced of an answer from `from` to request `id` at `position`, of which `expected` was
+  // to answer.
+  static std::string WrongSender(int id, int position, const std::string& from,
+                                 const std::string& expected) {
+    return trace::ResponsePath(
+        " id: " + std::to_string(id) + ", dns_index:" + std::to_string(position) +
+        " current dns rsp from: " + from + ", should from: " + expected + ", it seems error");
   }
 
   void ExpectUntouched(unsigned short id, unsigned char position) {
@@ -73,8 +79,9 @@ class ResponsePathTest : public RequestFixture {
 
 TEST_F(ResponsePathTest, SocketMinusOneIsInvalid) {
   EXPECT_FALSE(Handle(-1));
-  EXPECT_THAT(trace_,
-              TraceIs({kFunc + " RecvAndProcessPacketsFromDNSServer: socket fd is invalid"}));
+  EXPECT_THAT(
+      trace_,
+      TraceIs({trace::ResponsePath(" RecvAndProcessPacketsFromDNSServer: socket fd is invalid")}));
   EXPECT_TRUE(arriving_.Calls().empty()) << "nothing is received";
 }
 
@@ -99,7 +106,9 @@ TEST_F(ResponsePathTest, FailedReceiveReturnsFalse) {
   for (const int error : {EINTR, EBADF, ECONNREFUSED}) {
     arriving_.Fail(error);
     EXPECT_FALSE(Handle());
-    EXPECT_THAT(trace_, TraceIs({kFunc + " RecvAndProcessPacketsFromDNSServer: recv nothing..."}));
+    EXPECT_THAT(
+        trace_,
+        TraceIs({trace::ResponsePath(" RecvAndProcessPacketsFromDNSServer: recv nothing...")}));
   }
 }
 
@@ -108,9 +117,10 @@ TEST_F(ResponsePathTest, FewerThan12BytesFromAnySenderEndTheThread) {
   AddRequest(0, twoServers_);
   for (std::size_t length = 0; length < 12; ++length) {
     EXPECT_FALSE(Handle(Bytes(length, 0), Ipv4Address("203.0.113.9", 9)));
-    EXPECT_THAT(trace_, TraceIs({Received(length, "203.0.113.9"),
-                                 kFunc + " FromDNSServer: do_answer: answer too short: " +
-                                     std::to_string(length) + ", from: 203.0.113.9"}));
+    EXPECT_THAT(trace_,
+                TraceIs({trace::Received(length, "203.0.113.9"),
+                         trace::ResponsePath(" FromDNSServer: do_answer: answer too short: " +
+                                             std::to_string(length) + ", from: 203.0.113.9")}));
   }
   ExpectUntouched(0, 0);
 }
@@ -120,15 +130,17 @@ TEST_F(ResponsePathTest, FewerThan12BytesFromAnySenderEndTheThread) {
 TEST_F(ResponsePathTest, UnknownIdentifierIsDropped) {
   AddRequest(7, twoServers_);
   EXPECT_TRUE(Handle(Answer(65535), first_));
-  EXPECT_THAT(trace_, TraceIs({Received(Answer(0).size(), "192.0.2.1"),
-                               kFunc + " rsp from: 192.0.2.1, id: 65535, request not found"}));
+  EXPECT_THAT(trace_,
+              TraceIs({trace::Received(Answer(0).size(), "192.0.2.1"),
+                       trace::ResponsePath(" rsp from: 192.0.2.1, id: 65535, request not found")}));
   ExpectUntouched(7, 0);
 }
 
 TEST_F(ResponsePathTest, HeaderAloneIsLongEnough) {
   EXPECT_TRUE(Handle(Bytes(12, 0), first_));
-  EXPECT_THAT(trace_, TraceIs({Received(12, "192.0.2.1"),
-                               kFunc + " rsp from: 192.0.2.1, id: 0, request not found"}));
+  EXPECT_THAT(trace_,
+              TraceIs({trace::Received(12, "192.0.2.1"),
+                       trace::ResponsePath(" rsp from: 192.0.2.1, id: 0, request not found")}));
 }
 
 TEST_F(ResponsePathTest, IdentifierIsReadInMachineOrder) {
@@ -140,10 +152,8 @@ TEST_F(ResponsePathTest, IdentifierIsReadInMachineOrder) {
 TEST_F(ResponsePathTest, AnswerFromAnotherAddressIsDroppedAndTheRequestWaitsOn) {
   AddRequest(7, twoServers_);
   EXPECT_TRUE(Handle(Answer(7), second_));
-  EXPECT_THAT(trace_,
-              TraceIs({Received(Answer(7).size(), "192.0.2.2"),
-                       kFunc + " id: 7, dns_index:0 current dns rsp from: 192.0.2.2, should from: "
-                               "192.0.2.1, it seems error"}));
+  EXPECT_THAT(trace_, TraceIs({trace::Received(Answer(7).size(), "192.0.2.2"),
+                               WrongSender(7, 0, "192.0.2.2", "192.0.2.1")}));
   ExpectUntouched(7, 0);
 
   EXPECT_TRUE(Handle(Answer(7), first_));
@@ -154,10 +164,7 @@ TEST_F(ResponsePathTest, AnswerFromAnotherAddressIsDroppedAndTheRequestWaitsOn) 
 TEST_F(ResponsePathTest, LateAnswerOfTheServerBeforeIsFromTheWrongSender) {
   AddRequest(7, twoServers_)->CurrentDNSMethodIndex = 1;
   EXPECT_TRUE(Handle(Answer(7), first_));
-  EXPECT_THAT(
-      trace_.back(),
-      TraceLineIs(kFunc + " id: 7, dns_index:1 current dns rsp from: 192.0.2.1, should from: "
-                          "192.0.2.2, it seems error"));
+  EXPECT_THAT(trace_.back(), TraceLineIs(WrongSender(7, 1, "192.0.2.1", "192.0.2.2")));
   ExpectUntouched(7, 1);
 }
 
@@ -173,21 +180,15 @@ TEST_F(ResponsePathTest, PositionOutsideTheListIsHandledAsAWrongSender) {
   // with, and nothing is indexed.
   AddRequest(7, twoServers_)->CurrentDNSMethodIndex = 159;
   EXPECT_TRUE(Handle(Answer(7), first_));
-  EXPECT_THAT(
-      trace_,
-      TraceIs({Received(Answer(7).size(), "192.0.2.1"),
-               kFunc + " id: 7, dns_index:159 current dns rsp from: 192.0.2.1, should from: , "
-                       "it seems error"}));
+  EXPECT_THAT(trace_, TraceIs({trace::Received(Answer(7).size(), "192.0.2.1"),
+                               WrongSender(7, 159, "192.0.2.1", "")}));
   ExpectUntouched(7, 159);
 }
 
 TEST_F(ResponsePathTest, RequestWithoutMethodsHasNoRightSender) {
   AddRequest(7, {});
   EXPECT_TRUE(Handle(Answer(7), first_));
-  EXPECT_THAT(
-      trace_.back(),
-      TraceLineIs(kFunc + " id: 7, dns_index:0 current dns rsp from: 192.0.2.1, should from: , it "
-                          "seems error"));
+  EXPECT_THAT(trace_.back(), TraceLineIs(WrongSender(7, 0, "192.0.2.1", "")));
   ExpectUntouched(7, 0);
 }
 
@@ -195,11 +196,7 @@ TEST_F(ResponsePathTest, RequestAtItsHostMapEntryIsAnsweredByNoServer) {
   // The entry's address is all zero, which as the text of a family that is not IPv4 is "::".
   AddRequest(7, {HostMapMethod(), DnsServerMethod("192.0.2.1")});
   EXPECT_TRUE(Handle(Answer(7), first_));
-  EXPECT_THAT(
-      trace_.back(),
-      TraceLineIs(kFunc +
-                  " id: 7, dns_index:0 current dns rsp from: 192.0.2.1, should from: ::, it "
-                  "seems error"));
+  EXPECT_THAT(trace_.back(), TraceLineIs(WrongSender(7, 0, "192.0.2.1", "::")));
   ExpectUntouched(7, 0);
 }
 
@@ -207,11 +204,8 @@ TEST_F(ResponsePathTest, SenderOfIpv6IsTracedAndComparedAsSuch) {
   AddRequest(7, twoServers_);
   arriving_.Arrive(Answer(7), Ipv6Address("2001:db8::7", 53));
   EXPECT_TRUE(Handle());
-  EXPECT_THAT(
-      trace_,
-      TraceIs({Received(Answer(7).size(), "2001:db8::7"),
-               kFunc + " id: 7, dns_index:0 current dns rsp from: 2001:db8::7, should from: "
-                       "192.0.2.1, it seems error"}));
+  EXPECT_THAT(trace_, TraceIs({trace::Received(Answer(7).size(), "2001:db8::7"),
+                               WrongSender(7, 0, "2001:db8::7", "192.0.2.1")}));
   ExpectUntouched(7, 0);
 }
 
@@ -226,8 +220,9 @@ TEST_F(ResponsePathTest, SenderOfAnyOtherFamilyIsReadAsAnIpv6Address) {
   from[23] = 0x05;
   arriving_.Arrive(Answer(7), from);
   EXPECT_TRUE(Handle());
-  EXPECT_THAT(trace_, TraceIs({Received(Answer(7).size(), "2001::5"),
-                               kFunc + " rsp from: 2001::5, id: 7, request not found"}));
+  EXPECT_THAT(trace_,
+              TraceIs({trace::Received(Answer(7).size(), "2001::5"),
+                       trace::ResponsePath(" rsp from: 2001::5, id: 7, request not found")}));
 }
 
 TEST_F(ResponsePathTest, ServerOfAnotherFamilyIsComparedByItsSixteenBytesAndZeros) {
@@ -248,18 +243,15 @@ TEST_F(ResponsePathTest, AnswerGoesToTheApplicationUnderItsOwnIdentifier) {
   EXPECT_TRUE(Handle(answer, first_));
   EXPECT_THAT(
       trace_,
-      TraceIs({Received(answer.size(), "192.0.2.1"),
-               kFunc + " domain rather-long.alpha.internal received answer -64.-88.1.1 from "
-                       "192.0.2.1, we have to delete id:258"}))
+      TraceIs({trace::Received(answer.size(), "192.0.2.1"),
+               trace::Relayed("rather-long.alpha.internal", "-64.-88.1.1", "192.0.2.1", 258)}))
       << "the last four bytes are printed signed";
 
-  Bytes expected = answer;
-  expected[0] = 0xAB;
-  expected[1] = 0xCD;
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].sock, kSockToApps);
   EXPECT_EQ(sent_.All()[0].flags, 0);
-  EXPECT_EQ(sent_.All()[0].bytes, expected) << "byte for byte the server's otherwise";
+  EXPECT_EQ(sent_.All()[0].bytes, UnderId(answer, 0xABCD))
+      << "byte for byte the server's otherwise";
   EXPECT_EQ(sent_.All()[0].address, BytesOf(kApplication)) << "and 16 bytes of it";
   EXPECT_EQ(Pending(258), nullptr);
   EXPECT_EQ(watch.Count(), 1);
@@ -269,37 +261,34 @@ TEST_F(ResponsePathTest, SecondAnswerToARequestIsNotFound) {
   AddRequest(7, twoServers_);
   EXPECT_TRUE(Handle(Answer(7), first_));
   EXPECT_TRUE(Handle(Answer(7), first_));
-  EXPECT_THAT(trace_.back(), TraceLineIs(kFunc + " rsp from: 192.0.2.1, id: 7, request not found"));
+  EXPECT_THAT(trace_.back(),
+              TraceLineIs(trace::ResponsePath(" rsp from: 192.0.2.1, id: 7, request not found")));
   EXPECT_EQ(sent_.All().size(), 1U);
 }
 
 TEST_F(ResponsePathTest, NothingOfTheAnswerButItsCountIsLookedAt) {
   // No QR bit, another question, an error code, truncated: it is relayed as it came.
   AddRequest(7, twoServers_);
-  const Bytes answer = Under(7, DnsMessageBuilder()
-                                    .Flags(0x0205)
-                                    .QuestionCount(9)
-                                    .AnswerCount(1)
-                                    .Raw({0xFF, 0xFF, 0xFF})
-                                    .Build());
+  const Bytes answer = UnderProxyId(DnsMessageBuilder()
+                                        .Flags(0x0205)
+                                        .QuestionCount(9)
+                                        .AnswerCount(1)
+                                        .Raw({0xFF, 0xFF, 0xFF})
+                                        .Build(),
+                                    7);
   EXPECT_TRUE(Handle(answer, first_));
   ASSERT_EQ(sent_.All().size(), 1U);
-  Bytes expected = answer;
-  expected[0] = 0xAB;
-  expected[1] = 0xCD;
-  EXPECT_EQ(sent_.All()[0].bytes, expected);
+  EXPECT_EQ(sent_.All()[0].bytes, UnderId(answer, 0xABCD));
 }
 
 TEST_F(ResponsePathTest, HeaderThatAnnouncesARecordIsRelayedAndItsCountsAreTracedAsAnAddress) {
   AddRequest(7, twoServers_);
-  const Bytes answer = Under(
-      7, DnsMessageBuilder().AnswerCount(1).AuthorityCount(0x7F80).AdditionalCount(0xFF00).Build());
+  const Bytes answer = UnderProxyId(
+      DnsMessageBuilder().AnswerCount(1).AuthorityCount(0x7F80).AdditionalCount(0xFF00).Build(), 7);
   EXPECT_TRUE(Handle(answer, first_));
   EXPECT_EQ(sent_.All().size(), 1U);
-  EXPECT_THAT(
-      trace_.back(),
-      TraceLineIs(kFunc + " domain alpha.internal received answer 127.-128.-1.0 from 192.0.2.1, we "
-                          "have to delete id:7"));
+  EXPECT_THAT(trace_.back(),
+              TraceLineIs(trace::Relayed("alpha.internal", "127.-128.-1.0", "192.0.2.1", 7)));
 }
 
 TEST_F(ResponsePathTest, LongerAnswerIsCutTo8192Bytes) {
@@ -315,12 +304,10 @@ TEST_F(ResponsePathTest, FailedSendIsTracedAndTheRequestDeletedAllTheSame) {
   AddRequest(7, twoServers_);
   sent_.FailWith(EPERM);
   EXPECT_TRUE(Handle(Answer(7), first_));
-  EXPECT_THAT(
-      trace_,
-      TraceIs({Received(Answer(7).size(), "192.0.2.1"),
-               kFunc + " id: 7: sendto failed: " + std::to_string(EPERM),
-               kFunc + " domain alpha.internal received answer -64.-88.1.1 from 192.0.2.1, we "
-                       "have to delete id:7"}))
+  EXPECT_THAT(trace_,
+              TraceIs({trace::Received(Answer(7).size(), "192.0.2.1"),
+                       trace::ResponsePath(" id: 7: sendto failed: " + std::to_string(EPERM)),
+                       trace::Relayed("alpha.internal", "-64.-88.1.1", "192.0.2.1", 7)}))
       << "the numbers are the identifier and errno";
   EXPECT_EQ(Pending(7), nullptr);
 }
@@ -351,10 +338,7 @@ TEST_F(ResponsePathTest, AnswerCountIsReadLowByteFirstAndSigned) {
   };
   for (const auto& test : cases) {
     AddRequest(7, twoServers_);
-    Bytes answer = Answer(7);
-    answer[6] = static_cast<unsigned char>(test.count >> 8);
-    answer[7] = static_cast<unsigned char>(test.count & 0xFF);
-    EXPECT_TRUE(Handle(answer, first_));
+    EXPECT_TRUE(Handle(support::WithAnswerCount(Answer(7), test.count), first_));
     EXPECT_EQ(sent_.All().back().sock, test.relayed ? kSockToApps : kSockToServers) << test.count;
     g_DnsRequestTable.Clear();
   }
@@ -363,18 +347,12 @@ TEST_F(ResponsePathTest, AnswerCountIsReadLowByteFirstAndSigned) {
 TEST_F(ResponsePathTest, AnswerWithoutRecordsSendsTheQueryToTheNextServer) {
   AddRequest(7, twoServers_);
   EXPECT_TRUE(Handle(NoAnswer(7), first_));
-  EXPECT_THAT(
-      trace_,
-      TraceIs({Received(NoAnswer(7).size(), "192.0.2.1"),
-               kFunc + " rsp from: 192.0.2.1, id: 7, for : alpha.internal, no such name",
-               "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 7, "
-               "bReasonIsTimeout:0",
-               "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 1, DnsListSize:2",
-               "**********hostmap****TryNextDNSQueryMethod: iCurrentDNSMethodType:0(0: dns, "
-               "1:hostmap)"}));
+  EXPECT_THAT(trace_, TraceIs(TraceLines{trace::Received(NoAnswer(7).size(), "192.0.2.1"),
+                                         trace::NoRecords("192.0.2.1", 7, "alpha.internal")} +
+                              trace::Dispatched(7, 1, 2) + TraceLines{trace::kServerTried}));
   ASSERT_EQ(sent_.All().size(), 1U);
   EXPECT_EQ(sent_.All()[0].sock, kSockToServers);
-  EXPECT_EQ(sent_.All()[0].bytes, Under(7, AppQuery()));
+  EXPECT_EQ(sent_.All()[0].bytes, UnderProxyId(AppQuery(), 7));
   EXPECT_EQ(sent_.All()[0].address, BytesOf(second_));
   ASSERT_NE(Pending(7), nullptr);
   EXPECT_EQ(Pending(7)->CurrentDNSMethodIndex, 1);
@@ -395,21 +373,12 @@ TEST_F(ResponsePathTest, AnswerWithoutRecordsOfTheLastServerIsNoSuchName) {
   // The server's own answer, whatever it said, never reaches the application.
   AddRequest(7, twoServers_)->CurrentDNSMethodIndex = 1;
   EXPECT_TRUE(Handle(NoAnswer(7, 0x8180), second_));
-  EXPECT_THAT(
-      trace_,
-      TraceIs(
-          {Received(NoAnswer(7).size(), "192.0.2.2"),
-           kFunc + " rsp from: 192.0.2.2, id: 7, for : alpha.internal, no such name",
-           "func: TryNextDNSQueryMethod(line:%d)TryNextDNSQueryMethod: id: 7, bReasonIsTimeout:0",
-           "func: TryNextDNSQueryMethod(line:%d) CurrentDNSMethodIndex: 2, DnsListSize:2",
-           "func: TryNextDNSQueryMethod(line:%d) no more DNS methods, send no such name "
-           "response"}));
+  EXPECT_THAT(trace_, TraceIs(TraceLines{trace::Received(NoAnswer(7).size(), "192.0.2.2"),
+                                         trace::NoRecords("192.0.2.2", 7, "alpha.internal")} +
+                              trace::Dispatched(7, 2, 2) + TraceLines{trace::kNoMoreMethods}));
   ASSERT_EQ(sent_.All().size(), 1U);
-  Bytes expected = AppQuery();
-  expected[2] = 0x80;
-  expected[3] = 0x03;
   EXPECT_EQ(sent_.All()[0].sock, kSockToApps);
-  EXPECT_EQ(sent_.All()[0].bytes, expected);
+  EXPECT_EQ(sent_.All()[0].bytes, support::NoSuchName(AppQuery()));
   EXPECT_EQ(Pending(7), nullptr);
 }
 
@@ -426,8 +395,7 @@ TEST_F(ResponsePathTest, NextServerThatCannotBeReachedEndsTheRequest) {
   AddRequest(7, twoServers_);
   sent_.FailWith(ENETUNREACH);
   EXPECT_TRUE(Handle(NoAnswer(7), first_)) << "and the thread goes on";
-  EXPECT_THAT(trace_.back(), TraceLineIs("TryNextDNSQueryMethod: id: 7,sendto failed: " +
-                                         std::to_string(ENETUNREACH)));
+  EXPECT_THAT(trace_.back(), TraceLineIs(trace::ForwardFailed(7, ENETUNREACH)));
   EXPECT_EQ(Pending(7), nullptr);
 }
 

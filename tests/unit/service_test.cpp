@@ -13,6 +13,7 @@
 
 #include "dns_proxy_mac/proxy/dns_proxy.h"
 #include "tests/support/platform_calls.h"
+#include "tests/support/trace_texts.h"
 #include "tests/unit/request_fixture.h"
 
 static_assert(FD_SETSIZE == 1024);
@@ -26,20 +27,14 @@ using support::Replaced;
 using support::TraceIs;
 using support::TraceLines;
 using support::TraceOf;
+using support::operator+;
 
 namespace platform = support::platform;
+namespace trace = support::trace;
 
 using HostMaps = std::vector<std::pair<std::string, std::string>>;
 
-const TraceLines kBindLine = {"func: StartDnsSrv(line:%d) bind 127.0.0.1:53 success"};
-const TraceLines kThreadLines = {
-    "func: StartDnsSrv(line:%d) pthread_create g_thread_answer success",
-    "func: StartDnsSrv(line:%d) pthread_create thread_query success"};
-
-TraceLines operator+(TraceLines left, const TraceLines& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
+const TraceLines kThreadLines = {trace::kAnswerThreadMade, trace::kQueryThreadMade};
 
 // ------------------------------------------------------------------------------------ StartDnsSrv
 
@@ -143,12 +138,10 @@ TEST_F(StartDnsSrvTest, StepsAreTakenInOrderAndTheResultIsTrue) {
             (std::vector<std::string>{"socket", "socket", "bind 901", "create answer",
                                       "create query", "join", "join", "close 901", "close 902"}))
       << "no socket option is set, and both sockets are made before either is looked at";
-  EXPECT_THAT(
-      trace_,
-      TraceIs(kBindLine +
-              TraceLines{"func: StartDnsSrv(line:%d) Add host map: alpha.internal -> 10.1.2.3",
-                         "func: StartDnsSrv(line:%d) Add SP DNS to list: 192.0.2.1"} +
-              kThreadLines));
+  EXPECT_THAT(trace_, TraceIs(TraceLines{trace::kBound} +
+                              TraceLines{trace::MappingAdded("alpha.internal", "10.1.2.3"),
+                                         trace::ServerAdded("192.0.2.1")} +
+                              kThreadLines));
 }
 
 TEST_F(StartDnsSrvTest, AnswerThreadIsWaitedForTwiceAndTheQueryThreadNever) {
@@ -221,7 +214,7 @@ TEST_F(StartDnsSrvTest, FailedBindIsTracedAndBothSocketsStayOpen) {
     socketResults_ = {kFirstSocket, kSecondSocket};
     bindResult_ = result;
     EXPECT_FALSE(Start({"192.0.2.1"}, {{"alpha.internal", "10.1.2.3"}}));
-    EXPECT_THAT(trace_, TraceIs({"func: StartDnsSrv(line:%d) bind 127.0.0.1:53 failed"}));
+    EXPECT_THAT(trace_, TraceIs({trace::kNotBound}));
     EXPECT_EQ(acts_, (std::vector<std::string>{"socket", "socket", "bind 901"}));
     EXPECT_TRUE(g_DnsMethodList.empty());
   }
@@ -244,12 +237,9 @@ TEST_F(StartDnsSrvTest, AnswerThreadThatCannotBeCreatedEndsTheStartAndEverything
 TEST_F(StartDnsSrvTest, QueryThreadThatCannotBeCreatedEndsTheStartAndTheAnswerThreadRunsOn) {
   createResults_ = {0, EAGAIN};
   EXPECT_FALSE(Start({"192.0.2.1"}));
-  EXPECT_THAT(
-      trace_,
-      TraceIs(kBindLine +
-              TraceLines{"func: StartDnsSrv(line:%d) Add SP DNS to list: 192.0.2.1",
-                         "func: StartDnsSrv(line:%d) pthread_create g_thread_answer success",
-                         "func: StartDnsSrv(line:%d) pthread_create thread_query failed"}));
+  EXPECT_THAT(trace_, TraceIs(TraceLines{trace::kBound} +
+                              TraceLines{trace::ServerAdded("192.0.2.1"), trace::kAnswerThreadMade,
+                                         trace::kQueryThreadRefused}));
   EXPECT_EQ(acts_.back(), "create query") << "nothing is waited for and nothing closed";
 }
 
@@ -257,7 +247,7 @@ TEST_F(StartDnsSrvTest, ResultsOfTheWaitsAndOfTheClosingAreNotLookedAt) {
   joinResult_ = EINVAL;
   closeResult_ = -1;
   EXPECT_TRUE(Start());
-  EXPECT_THAT(trace_, TraceIs(kBindLine + kThreadLines));
+  EXPECT_THAT(trace_, TraceIs(TraceLines{trace::kBound} + kThreadLines));
 }
 
 TEST_F(StartDnsSrvTest, ListsAreCompleteBeforeTheFirstThreadIsCreated) {
@@ -268,15 +258,13 @@ TEST_F(StartDnsSrvTest, ListsAreCompleteBeforeTheFirstThreadIsCreated) {
 TEST_F(StartDnsSrvTest, HostMapComesFirstAndThenTheServersInTheirOrder) {
   Start({"192.0.2.2", "192.0.2.1", "192.0.2.2"},
         {{"alpha.internal", "10.1.2.3"}, {"beta.internal", "10.1.2.4"}});
-  EXPECT_THAT(
-      trace_,
-      TraceIs(kBindLine +
-              TraceLines{"func: StartDnsSrv(line:%d) Add host map: alpha.internal -> 10.1.2.3",
-                         "func: StartDnsSrv(line:%d) Add host map: beta.internal -> 10.1.2.4",
-                         "func: StartDnsSrv(line:%d) Add SP DNS to list: 192.0.2.2",
-                         "func: StartDnsSrv(line:%d) Add SP DNS to list: 192.0.2.1",
-                         "func: StartDnsSrv(line:%d) Add SP DNS to list: 192.0.2.2"} +
-              kThreadLines));
+  EXPECT_THAT(trace_,
+              TraceIs(TraceLines{trace::kBound} +
+                      TraceLines{trace::MappingAdded("alpha.internal", "10.1.2.3"),
+                                 trace::MappingAdded("beta.internal", "10.1.2.4"),
+                                 trace::ServerAdded("192.0.2.2"), trace::ServerAdded("192.0.2.1"),
+                                 trace::ServerAdded("192.0.2.2")} +
+                      kThreadLines));
   ASSERT_EQ(g_DnsMethodList.size(), 4U) << "one host-map entry, and duplicates are kept";
   EXPECT_EQ(BytesOf(g_DnsMethodList[0]), BytesOf(HostMapMethod()));
   EXPECT_EQ(BytesOf(g_DnsMethodList[1]), BytesOf(DnsServerMethod("192.0.2.2")));
@@ -301,27 +289,23 @@ TEST_F(StartDnsSrvTest, WithoutServersThereIsTheHostMapEntryAlone) {
 
 TEST_F(StartDnsSrvTest, WithNeitherTheListIsEmptyAndTheServiceStarts) {
   EXPECT_TRUE(Start());
-  EXPECT_THAT(trace_, TraceIs(kBindLine + kThreadLines));
+  EXPECT_THAT(trace_, TraceIs(TraceLines{trace::kBound} + kThreadLines));
   EXPECT_TRUE(g_DnsMethodList.empty());
 }
 
 TEST_F(StartDnsSrvTest, ServerThatIsNoAddressIsTracedAndListedAs255_255_255_255) {
   EXPECT_TRUE(Start({"dns.example"}));
-  EXPECT_THAT(
-      trace_,
-      TraceIs(kBindLine + TraceLines{"func: StartDnsSrv(line:%d) Add SP DNS to list: dns.example"} +
-              kThreadLines));
+  EXPECT_THAT(trace_, TraceIs(TraceLines{trace::kBound} +
+                              TraceLines{trace::ServerAdded("dns.example")} + kThreadLines));
   ASSERT_EQ(g_DnsMethodList.size(), 1U);
   EXPECT_EQ(BytesOf(g_DnsMethodList[0].serverAddr), BytesOf(Ipv4Address("255.255.255.255", 53)));
 }
 
 TEST_F(StartDnsSrvTest, MappingThatIsNoAddressIsTracedAndTaken) {
   EXPECT_TRUE(Start({}, {{"alpha.internal", "none"}}));
-  EXPECT_THAT(
-      trace_,
-      TraceIs(kBindLine +
-              TraceLines{"func: StartDnsSrv(line:%d) Add host map: alpha.internal -> none"} +
-              kThreadLines));
+  EXPECT_THAT(trace_,
+              TraceIs(TraceLines{trace::kBound} +
+                      TraceLines{trace::MappingAdded("alpha.internal", "none")} + kThreadLines));
   HostRespData* record = nullptr;
   EXPECT_TRUE(g_Hostmaps.Find("alpha.internal", record));
 }
@@ -409,13 +393,6 @@ class WorkerTest : public RequestFixture {
       platform::select, [this](auto... a) { return Select(a...); }};
 };
 
-const std::string kAnswerFailed = "func: thread_answer(line:%d) AnswerThread: select failed. exit.";
-const std::string kQueryFailed = "func: thread_query(line:%d) QureyThread: select failed. exit";
-const std::string kAnswerReceived =
-    "func: thread_answer(line:%d) AnswerThread: received dns response.";
-const std::string kQueryReceived =
-    "func: thread_query(line:%d) ****QureyThread***: received dns request";
-
 TEST_F(WorkerTest, SocketMinusOneEndsTheAnswerThread) {
   g_SockToDNSServers = -1;
   RunAnswer();
@@ -435,14 +412,14 @@ TEST_F(WorkerTest, SocketMinusOneEndsTheQueryThread) {
 TEST_F(WorkerTest, FailedWaitEndsTheAnswerThread) {
   waits_ = {{-1}};
   RunAnswer();
-  EXPECT_THAT(trace_, TraceIs({kAnswerFailed}));
+  EXPECT_THAT(trace_, TraceIs({trace::kAnswerWaitFailed}));
   EXPECT_EQ(watched_, (std::vector<int>{kSockToServers}));
 }
 
 TEST_F(WorkerTest, FailedWaitEndsTheQueryThread) {
   waits_ = {{-1}};
   RunQuery();
-  EXPECT_THAT(trace_, TraceIs({kQueryFailed}));
+  EXPECT_THAT(trace_, TraceIs({trace::kQueryWaitFailed}));
   EXPECT_EQ(watched_, (std::vector<int>{kSockToApps}));
 }
 
@@ -451,14 +428,14 @@ TEST_F(WorkerTest, WaitThatEndsWithNothingReadyIsATimeoutToTheAnswerThread) {
   RunAnswer();
   EXPECT_THAT(trace_, TraceIs({"func: thread_answer(line:%d) AnswerThread: select timeout.",
                                "func: thread_answer(line:%d) AnswerThread: select timeout.",
-                               kAnswerFailed}));
+                               trace::kAnswerWaitFailed}));
 }
 
 TEST_F(WorkerTest, WaitThatEndsWithNothingReadyIsAFailureToTheQueryThread) {
   // Unlike the answer thread: kept on purpose.
   waits_ = {{0}, {1}};
   RunQuery();
-  EXPECT_THAT(trace_, TraceIs({kQueryFailed}));
+  EXPECT_THAT(trace_, TraceIs({trace::kQueryWaitFailed}));
   EXPECT_EQ(selectCalls_, 1);
 }
 
@@ -468,9 +445,9 @@ TEST_F(WorkerTest, DescriptorThatHasNoBitInASetEndsTheWorkerWithoutAWait) {
     g_SockToDNSServers = sock;
     g_SockToClientApps = sock;
     RunAnswer();
-    EXPECT_THAT(trace_, TraceIs({kAnswerFailed})) << sock;
+    EXPECT_THAT(trace_, TraceIs({trace::kAnswerWaitFailed})) << sock;
     RunQuery();
-    EXPECT_THAT(trace_, TraceIs({kQueryFailed})) << sock;
+    EXPECT_THAT(trace_, TraceIs({trace::kQueryWaitFailed})) << sock;
   }
   EXPECT_EQ(selectCalls_, 0);
 }
@@ -498,16 +475,16 @@ TEST_F(WorkerTest, SocketIsReadAfreshInEveryPassOfTheQueryThread) {
   onSelect_ = [] { g_SockToClientApps = 77; };
   RunQuery();
   EXPECT_EQ(watched_, (std::vector<int>{kSockToApps, 77}));
-  EXPECT_THAT(trace_, TraceIs({kQueryReceived, kQueryFailed}));
+  EXPECT_THAT(trace_, TraceIs({trace::kQueryCame, trace::kQueryWaitFailed}));
 }
 
 TEST_F(WorkerTest, SocketWhoseBitIsNotSetIsNotRead) {
   waits_ = {{1, false}};
   RunAnswer();
-  EXPECT_THAT(trace_, TraceIs({kAnswerReceived, kAnswerFailed}));
+  EXPECT_THAT(trace_, TraceIs({trace::kAnswerCame, trace::kAnswerWaitFailed}));
   waits_ = {{1, false}};
   RunQuery();
-  EXPECT_THAT(trace_, TraceIs({kQueryReceived, kQueryFailed}));
+  EXPECT_THAT(trace_, TraceIs({trace::kQueryCame, trace::kQueryWaitFailed}));
   EXPECT_TRUE(arriving_.Calls().empty());
 }
 
@@ -518,13 +495,9 @@ TEST_F(WorkerTest, AnswerThreadHandlesOneDatagramAPass) {
     arriving_.Arrive(answer, Ipv4Address("192.0.2.1", 53));
   }
   RunAnswer();
-  const TraceLines pass = {
-      kAnswerReceived,
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) FromDNSServer: recv 12 data from "
-      "192.0.2.1",
-      "func: RecvAndProcessPacketsFromDNSServer(line:%d) rsp from: 192.0.2.1, id: 0, request not "
-      "found"};
-  EXPECT_THAT(trace_, TraceIs(pass + pass + TraceLines{kAnswerFailed}));
+  const TraceLines pass = {trace::kAnswerCame, trace::Received(12, "192.0.2.1"),
+                           trace::ResponsePath(" rsp from: 192.0.2.1, id: 0, request not found")};
+  EXPECT_THAT(trace_, TraceIs(pass + pass + TraceLines{trace::kAnswerWaitFailed}));
   ASSERT_EQ(arriving_.Calls().size(), 2U);
   EXPECT_EQ(arriving_.Calls()[0].sock, kSockToServers);
 }
@@ -533,35 +506,33 @@ TEST_F(WorkerTest, AnswerThreadEndsWithAMessageWhenItsHandlerSaysSo) {
   waits_ = {{1}, {1}};
   arriving_.Fail(ENOMEM);
   RunAnswer();
-  EXPECT_THAT(
-      trace_,
-      TraceIs({kAnswerReceived,
-               "func: RecvAndProcessPacketsFromDNSServer(line:%d) "
-               "RecvAndProcessPacketsFromDNSServer: recv nothing...",
-               "func: thread_answer(line:%d) RecvAndProcessPacketsFromDNSServer failed, exit."}));
+  EXPECT_THAT(trace_,
+              TraceIs({trace::kAnswerCame,
+                       trace::ResponsePath(" RecvAndProcessPacketsFromDNSServer: recv nothing..."),
+                       trace::kAnswerHandlerFailed}));
   EXPECT_EQ(selectCalls_, 1);
 }
 
 TEST_F(WorkerTest, QueryThreadHandlesOneDatagramAPass) {
   waits_ = {{1}, {1}};
   for (int i = 0; i < 3; ++i) {
-    arriving_.Arrive(AppQuery(), kApplication);
+    arriving_.Arrive(AppQuery(), support::kApplication);
   }
   RunQuery();
   ASSERT_EQ(arriving_.Calls().size(), 2U);
   EXPECT_EQ(arriving_.Calls()[0].sock, kSockToApps);
   EXPECT_EQ(sent_.All().size(), 2U);
-  EXPECT_THAT(trace_.front(), support::TraceLineIs(kQueryReceived));
-  EXPECT_THAT(trace_.back(), support::TraceLineIs(kQueryFailed));
+  EXPECT_THAT(trace_.front(), support::TraceLineIs(trace::kQueryCame));
+  EXPECT_THAT(trace_.back(), support::TraceLineIs(trace::kQueryWaitFailed));
 }
 
 TEST_F(WorkerTest, QueryThreadEndsWithoutAMessageWhenItsHandlerSaysSo) {
   waits_ = {{1}, {1}};
   arriving_.Fail(ENOMEM);
   RunQuery();
-  EXPECT_THAT(trace_, TraceIs({kQueryReceived,
-                               "func: RecvAndProcessPacketsFromLocalApps(line:%d)"
-                               "RecvAndProcessPacketsFromLocalApps: recv nothing..."}));
+  EXPECT_THAT(trace_,
+              TraceIs({trace::kQueryCame,
+                       trace::QueryPath("RecvAndProcessPacketsFromLocalApps: recv nothing...")}));
   EXPECT_EQ(selectCalls_, 1);
 }
 
@@ -606,8 +577,8 @@ TEST_F(ServiceLifeTest, StartReturnsTrueWhenTheAnswerThreadHasEnded) {
   EXPECT_TRUE(result);
   EXPECT_EQ(joins, 2);
   EXPECT_EQ(closed, (std::vector<int>{FD_SETSIZE, FD_SETSIZE + 1}));
-  EXPECT_THAT(trace, testing::Contains(support::TraceLineIs(kAnswerFailed)));
-  EXPECT_THAT(trace, testing::Contains(support::TraceLineIs(kQueryFailed)));
+  EXPECT_THAT(trace, testing::Contains(support::TraceLineIs(trace::kAnswerWaitFailed)));
+  EXPECT_THAT(trace, testing::Contains(support::TraceLineIs(trace::kQueryWaitFailed)));
 }
 
 }  // namespace
