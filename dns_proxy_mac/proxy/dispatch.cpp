@@ -19,7 +19,8 @@ void AnswerNoSuchName(unsigned short id, const RequestTable::Position& position)
 
   unsigned char response[kMaxMessageSize];
   MakeNoSuchNameResponse(request.QueryBuf, request.iQueryLen, request.AppQueryID, response);
-  if (SendDatagram(g_SockToClientApps, response, request.iQueryLen, request.ClientAddr) == -1) {
+  if (SendDatagram(LoadSocket(g_SockToClientApps), response, request.iQueryLen,
+                   request.ClientAddr) == -1) {
     TraceFrom("TryNextDNSQueryMethod")("TryNextDNSQueryMethod: id: %u, sendto failed\n", id);
   }
   g_DnsRequestTable.Delete(position);
@@ -39,7 +40,7 @@ void AnswerFromHostMap(unsigned short id, const RequestTable::Position& position
   TraceFrom("TryNextDNSQueryMethod")(" find %s from hostmap, ip:%s, req id:%d\n",
                                      request.strDomain.c_str(), Ipv4Text(record.Address).text, id);
 
-  if (SendDatagram(g_SockToClientApps, answer, length, request.ClientAddr) == -1) {
+  if (SendDatagram(LoadSocket(g_SockToClientApps), answer, length, request.ClientAddr) == -1) {
     TraceFrom("TryNextDNSQueryMethod")("DNS service: sendto for host map failed\n");
   }
   g_DnsRequestTable.Delete(position);
@@ -49,7 +50,8 @@ void AnswerFromHostMap(unsigned short id, const RequestTable::Position& position
 void ForwardToServer(unsigned short id, const RequestTable::Position& position,
                      const sockaddr_in& serverAddr) {
   const DnsRequest& request = *position->second;
-  if (SendDatagram(g_SockToDNSServers, request.QueryBuf, request.iQueryLen, serverAddr) == -1) {
+  if (SendDatagram(LoadSocket(g_SockToDNSServers), request.QueryBuf, request.iQueryLen,
+                   serverAddr) == -1) {
     // The application gets no answer and no other server is asked: by design, its resolver asks
     // again.
     std::printf("TryNextDNSQueryMethod: id: %u,sendto failed: %u\n", id,

@@ -23,9 +23,13 @@
 // what had been made so far stays. True after it was started and its answer thread has ended, which
 // it does when its wait fails or a server sends fewer than 12 bytes.
 //
-// Once per process: the service's state is process-wide, the lists are appended to and never
-// cleared, and the query thread may outlive the call. There is no way to stop the service: leave
-// the process, by _exit while its threads may be running. The hosting process blocks signals in the
+// Once per process: the service's state is process-wide, and the query thread may outlive the call.
+// A second call, after the first has returned, is safe but no fresh start: the lists are appended
+// to and never cleared, identifiers go on, what is pending stays, and the query thread of the first
+// may serve beside that of the second (docs/hosting.md).
+//
+// There is no way to stop the service: leave the process, by _exit while its threads may be
+// running. The hosting process blocks signals in the
 // calling thread beforehand (one that is handled in a worker ends it) and keeps the thread stack
 // limit below 40 MB. Blocks; any thread. Reports only by trace lines on standard output.
 bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,

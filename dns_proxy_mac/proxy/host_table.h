@@ -18,8 +18,8 @@ struct __attribute__((packed)) HostRespData {
 };
 static_assert(sizeof(HostRespData) == 16, "sixteen bytes on the wire");
 
-// Names to prepared records. Filled before the workers start and only read while they run, which is
-// why it needs no guard: Find may run on both workers at once.
+// Names to prepared records. Filled before the workers start, or while no worker is in a pass, and
+// only read otherwise, which is why it needs no guard: Find may run on both workers at once.
 class HostTable {
  public:
   HostTable() = default;

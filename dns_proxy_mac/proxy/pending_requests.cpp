@@ -1,8 +1,9 @@
 #include "dns_proxy_mac/proxy/pending_requests.h"
 
 #include <memory>
+#include <thread>
 
-// The accesses to a slot and to a held_ word are sequentially consistent, which is what an atomic
+// The accesses to a slot and to what a word holds are sequentially consistent, which is what an atomic
 // operation without a named order is. The others name theirs.
 
 PendingRequests::~PendingRequests() {
@@ -44,9 +45,10 @@ void PendingRequests::Free(DnsRequest* request) {
   if (Pass* const pass = Pass::Current(*this)) {
     pass->Forget(request);
   }
-  for (std::atomic<DnsRequest*>& word : held_) {
+  for (Word& word : words_) {
     DnsRequest* expected = request;
-    if (word.compare_exchange_strong(expected, nullptr)) {
+    // Looked at before it is exchanged: hardly ever is it there, and a look is cheap.
+    if (word.held.load() == request && word.held.compare_exchange_strong(expected, nullptr)) {
       return;  // left to the worker that holds it
     }
   }
@@ -66,6 +68,15 @@ bool PendingRequests::empty() const { return NextPending(0).second == nullptr; }
 PendingRequests::iterator PendingRequests::begin() const { return iterator(this, NextPending(0)); }
 
 PendingRequests::iterator PendingRequests::end() const { return iterator(this, {kSlots, nullptr}); }
+
+PendingRequests::const_iterator PendingRequests::cbegin() const { return begin(); }
+
+PendingRequests::const_iterator PendingRequests::cend() const { return end(); }
+
+std::size_t PendingRequests::count(unsigned short id) const {
+  const Slot* const slot = SlotOf(id);
+  return slot != nullptr && slot->load() != nullptr ? 1 : 0;
+}
 
 PendingRequests::Slot* PendingRequests::SlotOf(int id) const {
   Block* const block =
@@ -103,16 +114,35 @@ std::pair<int, DnsRequest*> PendingRequests::NextPending(int from) const {
   return {kSlots, nullptr};
 }
 
+bool PendingRequests::Word::Take() {
+  bool free = false;
+  return taken.compare_exchange_strong(free, true, std::memory_order_acquire,
+                                       std::memory_order_relaxed);
+}
+
+void PendingRequests::Word::GiveBack() { taken.store(false, std::memory_order_release); }
+
+PendingRequests::Word& PendingRequests::TakeWord(std::size_t first) {
+  for (std::size_t next = first;; ++next) {
+    Word& word = words_[next % kWords];
+    if (!closing_.load(std::memory_order_relaxed) && word.Take()) {
+      return word;
+    }
+    std::this_thread::yield();
+  }
+}
+
 thread_local PendingRequests::Pass* PendingRequests::Pass::current_ = nullptr;
 
 PendingRequests::Pass::Pass(PendingRequests& requests, Worker worker)
-    : requests_(requests), word_(requests.held_[static_cast<std::size_t>(worker)]) {
+    : requests_(requests), word_(requests.TakeWord(static_cast<std::size_t>(worker))) {
   current_ = this;
 }
 
 PendingRequests::Pass::~Pass() {
   LetGo();
   current_ = nullptr;
+  word_.GiveBack();
 }
 
 PendingRequests::Pass* PendingRequests::Pass::Current(const PendingRequests& requests) {
@@ -124,7 +154,7 @@ bool PendingRequests::Pass::Hold(DnsRequest* request, const Slot& slot) {
     return true;
   }
   LetGo();
-  word_.store(request);
+  word_.held.store(request);
   held_ = request;
   if (slot.load() == request) {
     return true;
@@ -136,7 +166,7 @@ bool PendingRequests::Pass::Hold(DnsRequest* request, const Slot& slot) {
 void PendingRequests::Pass::LetGo() {
   DnsRequest* const request = held_;
   held_ = nullptr;
-  if (request != nullptr && word_.exchange(nullptr) == nullptr) {
+  if (request != nullptr && word_.held.exchange(nullptr) == nullptr) {
     requests_.Free(request);  // removed while it was held: it was left to us
   }
 }
@@ -144,6 +174,22 @@ void PendingRequests::Pass::LetGo() {
 void PendingRequests::Pass::Forget(const DnsRequest* request) {
   if (held_ == request) {
     held_ = nullptr;
-    word_.store(nullptr);
+    word_.held.store(nullptr);
+  }
+}
+
+PendingRequests::NoPass::NoPass(PendingRequests& requests) : requests_(requests) {
+  requests_.closing_.store(true, std::memory_order_relaxed);
+  for (Word& word : requests_.words_) {
+    while (!word.Take()) {
+      std::this_thread::yield();
+    }
+  }
+}
+
+PendingRequests::NoPass::~NoPass() {
+  requests_.closing_.store(false, std::memory_order_relaxed);
+  for (Word& word : requests_.words_) {
+    word.GiveBack();
   }
 }

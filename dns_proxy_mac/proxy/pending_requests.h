@@ -31,7 +31,7 @@
 
 enum class Worker { kQuery, kAnswer };
 
-// Who stores, finds and removes: the two workers, each inside a Pass; a single thread, without one,
+// Who stores, finds and removes: the workers, each inside a Pass; a single thread, without one,
 // while no worker runs. Any thread may remove, count or iterate at any time, but only a Pass makes
 // it safe to look into a record that another thread may remove.
 //
@@ -40,7 +40,9 @@ enum class Worker { kQuery, kAnswer };
 class PendingRequests {
  public:
   class iterator;
+  using const_iterator = iterator;
   class Pass;
+  class NoPass;
 
   PendingRequests() = default;
 
@@ -74,6 +76,11 @@ class PendingRequests {
   bool empty() const;
   iterator begin() const;
   iterator end() const;
+  const_iterator cbegin() const;
+  const_iterator cend() const;
+
+  // 1 if a record is pending under `id`, else 0.
+  std::size_t count(unsigned short id) const;
 
  private:
   static constexpr int kSlotsInBlock = 256;
@@ -93,15 +100,36 @@ class PendingRequests {
   // and null if there is none.
   std::pair<int, DnsRequest*> NextPending(int from) const;
 
+  // One for each pass that can be under way at a time: the two workers', and two more.
+  struct Word {
+    bool Take();  // false if it is taken
+    void GiveBack();
+
+    std::atomic<bool> taken{false};
+
+    // What is held: written by who has taken the word, and set to null by who leaves it a freeing.
+    std::atomic<DnsRequest*> held{nullptr};
+  };
+  static constexpr std::size_t kWords = 4;
+
+  // A word that was free, `first` if possible. Waits for one if there is none.
+  Word& TakeWord(std::size_t first);
+
   // A block, once there, stays.
   std::array<std::atomic<Block*>, kBlocks> blocks_{};
 
-  // What each worker holds: written by that worker, and set to null by who leaves it a freeing.
-  std::array<std::atomic<DnsRequest*>, 2> held_{};
+  std::array<Word, kWords> words_{};
+
+  // A NoPass waits for the words, or has them: no pass takes another one first.
+  std::atomic<bool> closing_{false};
 };
 
-// A worker's time with the table: one datagram, from its receipt to the handler's return. There is
-// at the most one at a time for a worker, on the thread that makes it.
+// A worker's time with the table: one datagram, from behind its receipt to the handler's return. At
+// the most one at a time on a thread.
+//
+// Of several threads that act as one worker, which only a second StartDnsSrv in one process leads
+// to, each gets a word of its own. Where more threads are in a pass than there are words, one waits
+// until another's pass ends.
 class PendingRequests::Pass {
  public:
   Pass(PendingRequests& requests, Worker worker);
@@ -128,8 +156,22 @@ class PendingRequests::Pass {
   static thread_local Pass* current_;
 
   PendingRequests& requests_;
-  std::atomic<DnsRequest*>& word_;  // this worker's in requests_.held_
-  DnsRequest* held_ = nullptr;      // what word_ was set to
+  Word& word_;
+  DnsRequest* held_ = nullptr;  // what word_.held was set to
+};
+
+// While one exists there is no pass: it has waited for those under way, and has taken every word.
+// Not inside a Pass.
+class PendingRequests::NoPass {
+ public:
+  explicit NoPass(PendingRequests& requests);
+  ~NoPass();
+
+  NoPass(const NoPass&) = delete;
+  NoPass& operator=(const NoPass&) = delete;
+
+ private:
+  PendingRequests& requests_;
 };
 
 // A position: the identifier and the record as they were when the position was made, so that

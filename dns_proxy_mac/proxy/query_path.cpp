@@ -23,7 +23,6 @@ bool IsReverseLookup(const char* domain) { return std::strstr(domain, ".in-addr.
 }  // namespace
 
 bool RecvAndProcessPacketsFromLocalApps(int sock) {
-  const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kQuery);
   char domain[kDomainTextSize];
   domain[0] = '\0';                      // ExtractDomain ends every text but the empty one
   unsigned char query[kMaxMessageSize];  // nothing reads behind what was received
@@ -46,8 +45,8 @@ bool RecvAndProcessPacketsFromLocalApps(int sock) {
   TraceFrom("RecvAndProcessPacketsFromLocalApps")("FromAPP: received %d data from %s\n", length,
                                                   from.text);
 
-  // Is it a query that can be served? What is not ends the query thread, by design: the hosting
-  // process starts the service anew.
+  // Is it a query that can be served? A datagram that cannot be served ends the query thread
+  // (docs/deliberate-rules.md).
   if (length < kDnsHeaderSize) {
     TraceFrom("RecvAndProcessPacketsFromLocalApps")("FromAPP: query too short from %s\n",
                                                     from.text);
@@ -73,10 +72,12 @@ bool RecvAndProcessPacketsFromLocalApps(int sock) {
   }
   TraceFrom("RecvAndProcessPacketsFromLocalApps")(" received dns request............%s\n", domain);
 
+  const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kQuery);
+
   // A request of its own, with its own copy of the methods, under the proxy's next identifier. The
   // identifier travels in machine order and is read back the same way; the application's stays as
   // it came.
-  const unsigned short id = g_QueryID++;
+  const unsigned short id = TakeQueryID();
   std::unique_ptr<DnsRequest> request(new DnsRequest);
   request->QueryID = id;
   request->AppQueryID = pDNSHeader->ID;

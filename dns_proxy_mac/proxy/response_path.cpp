@@ -19,8 +19,9 @@ short AnswerCountAsRead(const unsigned char* answer) {
   return static_cast<short>(answer[kAnswerCountOffset] | (answer[kAnswerCountOffset + 1] << 8));
 }
 
-// The server that `request` was last sent to, as text. Empty, which no sender is, for a position
-// outside its list: a reverse look-up's, that a forged answer has hit.
+// The server that `request` was last sent to, as text, or what no sender is: for a position outside
+// its list (a forged answer has hit a reverse look-up) nothing, for the host map's "::", which its
+// entry's address of zero reads as and no IPv4 sender matches.
 AddressText ExpectedServer(const DnsRequest& request, unsigned char methodIndex) {
   if (methodIndex >= request.vecDnsMethods.size()) {
     return {};
@@ -36,7 +37,6 @@ int ByteFromEnd(const unsigned char* answer, int length, int back) {
 }  // namespace
 
 bool RecvAndProcessPacketsFromDNSServer(int sock) {
-  const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kAnswer);
   unsigned char answer[kMaxMessageSize];  // nothing reads behind what was received
   ReceivedAddress sender = {};
   socklen_t senderLength = sizeof(sender);
@@ -67,6 +67,7 @@ bool RecvAndProcessPacketsFromDNSServer(int sock) {
   // Whose answer is it? The proxy's identifier travels in machine order.
   unsigned short id;
   std::memcpy(&id, answer, sizeof(id));
+  const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kAnswer);
   RequestTable::Position position;
   if (!g_DnsRequestTable.Find(id, position)) {
     TraceFrom("RecvAndProcessPacketsFromDNSServer")(" rsp from: %s, id: %u, request not found\n",
@@ -97,7 +98,7 @@ bool RecvAndProcessPacketsFromDNSServer(int sock) {
 
   // Records: the answer goes to the application under the application's identifier.
   std::memcpy(answer, &request.AppQueryID, sizeof(request.AppQueryID));
-  if (SendDatagram(g_SockToClientApps, answer, length, request.ClientAddr) == -1) {
+  if (SendDatagram(LoadSocket(g_SockToClientApps), answer, length, request.ClientAddr) == -1) {
     TraceFrom("RecvAndProcessPacketsFromDNSServer")(" id: %u: sendto failed: %u\n", id,
                                                     static_cast<unsigned>(errno));
   }

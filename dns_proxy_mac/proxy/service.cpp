@@ -32,11 +32,22 @@ int BindToListenAddress(int sock) {
   return bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
-void FillHostMap(const std::vector<std::pair<std::string, std::string>>& vecHostMaps) {
+// The host map, and the methods in the order of trial. Appended and never cleared: a second call in
+// one process adds to what the first one left, and workers of the first may be using it.
+void FillLists(const std::vector<std::string>& vecDnsServers,
+               const std::vector<std::pair<std::string, std::string>>& vecHostMaps) {
+  const PendingRequests::NoPass noPass(g_DnsRequestTable.mapRequests);
   for (const auto& [domain, address] : vecHostMaps) {
     TraceFrom("StartDnsSrv")(" Add host map: %s -> %s\n", domain.c_str(), address.c_str());
     std::string name = domain;
     g_Hostmaps.Add(name.data(), address.c_str());
+  }
+  if (!vecHostMaps.empty()) {
+    g_DnsMethodList.push_back(HostMapMethod());
+  }
+  for (const std::string& server : vecDnsServers) {
+    TraceFrom("StartDnsSrv")(" Add SP DNS to list: %s\n", server.c_str());
+    g_DnsMethodList.push_back(DnsServerMethod(server.c_str()));
   }
 }
 
@@ -55,8 +66,8 @@ int WaitReadable(int sock, fd_set& readable) {
 
 bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
                  const std::vector<std::pair<std::string, std::string>>& vecHostMaps) {
-  g_SockToClientApps = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
-  g_SockToDNSServers = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
+  StoreSocket(g_SockToClientApps, socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
+  StoreSocket(g_SockToDNSServers, socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP));
   if (g_SockToClientApps < 0 || g_SockToDNSServers < 0) {
     TraceFrom("StartDnsSrv")(" socket invalid\n");
     return false;
@@ -70,16 +81,7 @@ bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
   }
   TraceFrom("StartDnsSrv")(" bind %s:%d success\n", kListenAddress, kListenPort);
 
-  // The methods, in the order of trial. Appended and never cleared: a second call in one process
-  // adds to what the first one left.
-  if (!vecHostMaps.empty()) {
-    FillHostMap(vecHostMaps);
-    g_DnsMethodList.push_back(HostMapMethod());
-  }
-  for (const std::string& server : vecDnsServers) {
-    TraceFrom("StartDnsSrv")(" Add SP DNS to list: %s\n", server.c_str());
-    g_DnsMethodList.push_back(DnsServerMethod(server.c_str()));
-  }
+  FillLists(vecDnsServers, vecHostMaps);
 
   if (pthread_create(&g_thread_answer, nullptr, thread_answer, nullptr) != 0) {
     TraceFrom("StartDnsSrv")(" pthread_create g_thread_answer failed\n");
@@ -107,7 +109,7 @@ bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
 
 void* thread_answer(void* /*arg*/) {
   for (;;) {
-    const int sock = g_SockToDNSServers;  // read afresh in every pass
+    const int sock = LoadSocket(g_SockToDNSServers);  // read afresh in every pass
     if (sock == -1) {
       TraceFrom("thread_answer")(" Socket SockToDNSServers is invalid, AnswerThread exit\n");
       return nullptr;
@@ -132,7 +134,7 @@ void* thread_answer(void* /*arg*/) {
 
 void* thread_query(void* /*arg*/) {
   for (;;) {
-    const int sock = g_SockToClientApps;  // read afresh in every pass
+    const int sock = LoadSocket(g_SockToClientApps);  // read afresh in every pass
     if (sock == -1) {
       TraceFrom("thread_query")(" Socket SockToClientApps is invalid, QueryThread exit\n");
       return nullptr;

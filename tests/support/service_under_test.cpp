@@ -140,7 +140,10 @@ void ServiceUnderTest::Run(const Plan& plan, int leave) const {
     plan.beforeTheCall();
   }
 
-  const bool result = CallStartDnsSrv(plan);
+  bool result;
+  do {
+    result = CallStartDnsSrv(plan);
+  } while (plan.betweenCalls && plan.betweenCalls(result));
 
   report_->outcome = {result, IsOpen(g_SockToClientApps), IsOpen(g_SockToDNSServers),
                       g_DnsMethodList.size()};

@@ -22,11 +22,14 @@ struct Plan {
   // Run in the service's process just before the call.
   std::function<void()> beforeTheCall = {};
 
+  // Run in the service's process after each return of the call, with its result. True: call again.
+  std::function<bool(bool)> betweenCalls = {};
+
   // Off: the trace goes nowhere, for tests with very many queries.
   bool traced = true;
 };
 
-// How the process stood when the call had returned.
+// How the process stood when the call, the last one, had returned.
 struct Outcome {
   bool result;
   bool applicationSocketOpen;
@@ -55,6 +58,8 @@ class ServiceUnderTest {
   bool HasReturned() const;
 
   pid_t ProcessId() const { return pid_; }
+
+  // True when the process is no more: a crash, or a sanitizer's report.
   bool HasEnded() const;
 
   // The threads of the process, those of a sanitizer's runtime included.
