@@ -11,10 +11,10 @@
 #include "dns_proxy_mac/proxy/response_path.h"
 #include "fuzz/input.h"
 #include "fuzz/ladder_model.h"
-#include "fuzz/question_oracle.h"
 #include "fuzz/require.h"
 #include "fuzz/trace_text.h"
 #include "host/child/guard.h"
+#include "tests/support/question_oracle.h"
 #include "tests/support/scripted_datagrams.h"
 #include "tests/support/socket_addresses.h"
 
@@ -36,8 +36,8 @@ bool Goes(bool (*handler)(int), int sock, const Bytes& datagram) {
   return handler(sock);
 }
 
-fuzz::ReadQuestion QuestionOf(const Bytes& message) {
-  return fuzz::OracleReads(Bytes(message.begin() + kHeaderSize, message.end()), kNameSpace);
+support::ReadQuestion QuestionOf(const Bytes& message) {
+  return support::OracleReads(Bytes(message.begin() + kHeaderSize, message.end()), kNameSpace);
 }
 
 std::string Folded(std::string name) {
@@ -97,8 +97,8 @@ void CheckOpt(const Bytes& query) {
   Require(record.size() == 11U + record[9] * 256U + record[10], "and nothing else");
   const Bytes rest(query.begin(), query.begin() + static_cast<std::ptrdiff_t>(size));
   Require(JudgeQuery(rest) == JudgeQuery(query), "what passes with it passes without it");
-  const fuzz::ReadQuestion before = QuestionOf(query);
-  const fuzz::ReadQuestion after = QuestionOf(rest);
+  const support::ReadQuestion before = QuestionOf(query);
+  const support::ReadQuestion after = QuestionOf(rest);
   Require(before.space == after.space && before.type == after.type &&
               before.questionClass == after.questionClass,
           "the question is the same without it");
@@ -108,7 +108,7 @@ void CheckOpt(const Bytes& query) {
 void CheckExchange(const Bytes& query) {
   const Bytes answer = AsAnswer(query);
   Require(JudgeAnswer(answer, query) == Verdict::kPasses, "an answer to what was asked passes");
-  const fuzz::ReadQuestion asked = QuestionOf(query);
+  const support::ReadQuestion asked = QuestionOf(query);
   if (asked.trace.empty() && asked.questionClass) {
     Require(JudgeAnswer(InOtherCase(answer), query) == Verdict::kPasses, "in any case of letters");
   }
@@ -120,7 +120,7 @@ void CheckExchange(const Bytes& query) {
     other[place] ^= std::max<unsigned char>(query[2], 1);
   }
   if (JudgeAnswer(other, query) == Verdict::kPasses) {
-    const fuzz::ReadQuestion told = QuestionOf(other);
+    const support::ReadQuestion told = QuestionOf(other);
     Require(Folded(asked.Name()) == Folded(told.Name()), "no answer for another name passes");
     Require(asked.type == told.type && asked.questionClass == told.questionClass,
             "nor one of another type or class");

@@ -12,10 +12,10 @@
 #include "dns_proxy_mac/proxy/service_state.h"
 #include "fuzz/input.h"
 #include "fuzz/ladder_model.h"
-#include "fuzz/question_oracle.h"
 #include "fuzz/require.h"
 #include "fuzz/scripted_run.h"
 #include "tests/support/messages.h"
+#include "tests/support/question_oracle.h"
 #include "tests/support/socket_addresses.h"
 
 namespace {
@@ -61,8 +61,8 @@ std::optional<Pending> RequestOf(const Bytes& datagram, unsigned short id, const
   if (datagram.size() < 12 || datagram[4] != 0 || datagram[5] != 1) {
     return std::nullopt;
   }
-  const fuzz::ReadQuestion question =
-      fuzz::OracleReads(Bytes(datagram.begin() + 12, datagram.end()), 1024);
+  const support::ReadQuestion question =
+      support::OracleReads(Bytes(datagram.begin() + 12, datagram.end()), 1024);
   if (question.Name().empty()) {
     return std::nullopt;
   }

@@ -9,9 +9,9 @@
 
 #include "dns_proxy_mac/proxy/dns_message.h"
 #include "fuzz/input.h"
-#include "fuzz/question_oracle.h"
 #include "fuzz/require.h"
 #include "fuzz/trace_text.h"
+#include "tests/support/question_oracle.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 static_cast<int>(spaceSize), type, questionClass);
   const support::TraceLines lines = trace.Stop();
 
-  const fuzz::ReadQuestion expected = fuzz::OracleReads(question, spaceSize);
+  const support::ReadQuestion expected = support::OracleReads(question, spaceSize);
   fuzz::Require(std::string(space.get(), spaceSize) == expected.space, "the text and its space");
   fuzz::Require(type == expected.type.value_or(kUntouched), "the type");
   fuzz::Require(questionClass == expected.questionClass.value_or(kUntouched), "the class");

@@ -1,13 +1,13 @@
-#include "fuzz/question_oracle.h"
+#include "tests/support/question_oracle.h"
 
-namespace fuzz {
+namespace support {
 
 namespace {
 
 constexpr char kPrefix[] = "func: ExtractDomain(line:%d)ExtractDomain";
 
 // The big-endian number at `offset`, if both of its bytes are there.
-std::optional<unsigned short> NumberAt(const support::Bytes& bytes, std::size_t offset) {
+std::optional<unsigned short> NumberAt(const Bytes& bytes, std::size_t offset) {
   if (offset + 2 > bytes.size()) {
     return std::nullopt;
   }
@@ -17,7 +17,7 @@ std::optional<unsigned short> NumberAt(const support::Bytes& bytes, std::size_t 
 }  // namespace
 
 // A text that grows label by label, as if there were no buffers; the space is made of it at last.
-ReadQuestion OracleReads(const support::Bytes& question, std::size_t spaceSize) {
+ReadQuestion OracleReads(const Bytes& question, std::size_t spaceSize) {
   ReadQuestion read;
   std::string text;
   std::size_t at = 0;
@@ -56,4 +56,4 @@ ReadQuestion OracleReads(const support::Bytes& question, std::size_t spaceSize) 
   return read;
 }
 
-}  // namespace fuzz
+}  // namespace support

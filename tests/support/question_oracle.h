@@ -1,6 +1,6 @@
 // What reading a question has to come to, worked out a second time and in another way.
-#ifndef FUZZ_QUESTION_ORACLE_H_
-#define FUZZ_QUESTION_ORACLE_H_
+#ifndef TESTS_SUPPORT_QUESTION_ORACLE_H_
+#define TESTS_SUPPORT_QUESTION_ORACLE_H_
 
 #include <cstddef>
 #include <optional>
@@ -9,21 +9,21 @@
 #include "tests/support/dns_message_builder.h"
 #include "tests/support/trace_capture.h"
 
-namespace fuzz {
+namespace support {
 
 struct ReadQuestion {
   std::string space;  // the whole of the space for the text, zero bytes included
   std::optional<unsigned short> type;
   std::optional<unsigned short> questionClass;
-  support::TraceLines trace;
+  TraceLines trace;
 
   // The name as a C program reads it.
   std::string Name() const { return space.c_str(); }
 };
 
 // `question`: from the first length byte to the end of the datagram. `spaceSize`: at least 1.
-ReadQuestion OracleReads(const support::Bytes& question, std::size_t spaceSize);
+ReadQuestion OracleReads(const Bytes& question, std::size_t spaceSize);
 
-}  // namespace fuzz
+}  // namespace support
 
-#endif  // FUZZ_QUESTION_ORACLE_H_
+#endif  // TESTS_SUPPORT_QUESTION_ORACLE_H_
