@@ -13,8 +13,8 @@ extern "C" {
  *
  * servers: `server_count` upstream servers, IPv4 in dotted decimal, in the order of trial, asked on
  *   port 53.
- * names, addresses: `map_count` pairs, answered at once and never forwarded: names[i], in lower
- *   case, has the IPv4 address addresses[i].
+ * names, addresses: `map_count` pairs, answered at once and not forwarded: names[i], in lower case,
+ *   has the IPv4 address addresses[i]. (A query of 8,176 bytes or more is: no room for the record.)
  *
  * An array may be null when its count is 0. The strings are copied: the caller keeps its own.
  *
@@ -22,7 +22,7 @@ extern "C" {
  * no memory for the copies, or a null string (then nothing was begun). True after it was started
  * and its answer thread has ended.
  *
- * Once per process, and there is no way to stop it: leave the process, by _exit while its threads
+ * Once per process (a second call adds to what the first left), and there is no way to stop it: leave the process, by _exit while its threads
  * may be running. Block signals in the calling thread beforehand. Blocks; any thread. */
 bool dns_proxy_start(const char* const* servers, size_t server_count, const char* const* names,
                      const char* const* addresses, size_t map_count);

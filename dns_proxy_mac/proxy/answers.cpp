@@ -1,5 +1,6 @@
 #include "dns_proxy_mac/proxy/answers.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
@@ -45,5 +46,5 @@ void MakeNoSuchNameResponse(const unsigned char* query, int queryLength, unsigne
   response[kFlagsLowOffset] = kRcodeNameError;
   WriteBigEndian16(response + kQuestionCountOffset, 1);
   std::memcpy(response + kDnsHeaderSize, query + kDnsHeaderSize,
-              static_cast<std::size_t>(queryLength - kDnsHeaderSize));
+              static_cast<std::size_t>(std::max(queryLength - kDnsHeaderSize, 0)));
 }

@@ -22,8 +22,8 @@ inline constexpr int kMaxHostAnswerQuery =
 int MakeHostAnswer(unsigned char* message, int queryLength, const HostRespData& record,
                    unsigned short appQueryID, unsigned short queryType);
 
-// Writes to `response`, `queryLength` bytes (at least kDnsHeaderSize), the "no such name" response
-// to `query` of the same length.
+// Writes to `response`, `queryLength` bytes, the "no such name" response to `query` of the same
+// length: the whole header even if that is longer, which no query that was accepted is.
 //
 // Everything behind the header is the query's, additional records too, though the header counts
 // none; RD is 0 whatever the query asked: both by design.

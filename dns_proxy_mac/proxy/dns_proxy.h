@@ -16,12 +16,14 @@
 //
 // `vecDnsServers`: the upstream servers, IPv4 in dotted decimal, in the order of trial, asked on
 //   port 53. A text that is no such address is listed as 255.255.255.255 and never answers.
-// `vecHostMaps`: (domain name, IPv4 address) pairs that are answered at once and never forwarded.
-//   Names in lower case: a name with an upper-case letter is never found.
+// `vecHostMaps`: (domain name, IPv4 address) pairs that are answered at once and not forwarded, but
+//   for a query of 8,176 to 8,192 bytes, in which the record has no room. Names in lower case: a
+//   name with an upper-case letter is never found.
 //
 // False when the service could not be started (no socket, port taken or no right to it, no thread);
 // what had been made so far stays. True after it was started and its answer thread has ended, which
-// it does when its wait fails or a server sends fewer than 12 bytes.
+// it does when its wait or its receive fails, or when fewer than 12 bytes come: from a server, or
+// from anybody who reaches its port.
 //
 // Once per process: the service's state is process-wide, and the query thread may outlive the call.
 // A second call, after the first has returned, is safe but no fresh start: the lists are appended
@@ -29,9 +31,10 @@
 // may serve beside that of the second (docs/hosting.md).
 //
 // There is no way to stop the service: leave the process, by _exit while its threads may be
-// running. The hosting process blocks signals in the
-// calling thread beforehand (one that is handled in a worker ends it) and keeps the thread stack
-// limit below 40 MB. Blocks; any thread. Reports only by trace lines on standard output.
+// running. The hosting process blocks signals in the calling thread beforehand (one that is handled
+// in a worker ends it) and keeps the thread stack limit below 40 MB. The answer thread is waited
+// for twice: a thread that is created just then may get its handle, and is waited for in its place
+// (docs/hosting.md). Blocks; any thread. Reports only by trace lines on standard output.
 bool StartDnsSrv(const std::vector<std::string>& vecDnsServers,
                  const std::vector<std::pair<std::string, std::string>>& vecHostMaps);
 

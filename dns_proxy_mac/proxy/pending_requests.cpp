@@ -3,8 +3,8 @@
 #include <memory>
 #include <thread>
 
-// The accesses to a slot and to what a word holds are sequentially consistent, which is what an atomic
-// operation without a named order is. The others name theirs.
+// The accesses to a slot and to what a word holds are sequentially consistent, which is what an
+// atomic operation without a named order is. The others name theirs.
 
 PendingRequests::~PendingRequests() {
   for (const std::atomic<Block*>& block : blocks_) {

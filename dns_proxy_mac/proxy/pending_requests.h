@@ -4,20 +4,47 @@
 // compare-exchange from null and removing one to null, so each has one winner; no operation loops
 // on what the other worker does.
 //
-// What is removed may still be in the other worker's hands. Therefore a worker *holds* the record
-// that it works on, in a word of its own that the other one can see:
+// What is removed may still be in another worker's hands. Therefore a worker *holds* the record
+// that it works on, in a word of its own that the others can see:
 //
 //   finding   load the slot; write the pointer into the own word; load the slot again. Still there:
 //             held. Gone: not found, which is what it was when the slot was emptied.
-//   freeing   (by the winner of the removal, after it) exchange the pointer in the other's word for
-//             null. Done: the other one was using the record and frees it when it lets go. Not
-//             there: nobody can reach it any more, and it is freed at once.
+//   freeing   (by the winner of the removal, after it) look for the pointer in every word and
+//             exchange it there for null. Done: that worker was using the record and frees it when
+//             it lets go. In none: nobody can reach it any more, and it is freed at once.
 //   letting   exchange the own word for null. It held the pointer still: nothing to do. It was null
 //   go        already: the record has been removed meanwhile, and freeing it was left to us.
 //
-// The second load of a find and the exchange of a freeing are ordered one way or the other (all
-// four accesses are sequentially consistent), so a record is never held and freed. At the most one
-// removed record a worker is alive at any time, and none while the workers wait.
+// At the most one removed record a worker is alive at any time, and none while the workers wait.
+//
+// An address that comes back is harmless. A word shows a pointer for a moment before the second
+// look says whether it counts. If that record has been freed and its address given to a new one,
+//   - the second look may see the new one in the same slot: then that is what is found and held;
+//   - the new one's freeing may be left to this word: whose worker lets go, sees null, and frees
+//     what is at the address. That is the new record, once.
+// Removing by identity compares addresses too, but of a record that is held, which is not freed.
+//
+// Which orders are needed. Each side writes and then looks at what the other writes, and one at
+// least has to see. That takes sequential consistency, on these four and on no other access; with
+// acquire and release there both might look before their writes are seen, on x86-64 (the store and
+// the second look) and on arm64, and the record would be used after its freeing.
+//
+//   finding   the store to the word             then   the second look at the slot
+//   freeing   the emptying of the slot, in      then   the look at a word, also as the compare-
+//             both forms of Remove                     exchange that fails
+//
+//   access                             what would do    why
+//   a block's pointer, Insert's slot   release          the slots, the record, are seen filled
+//   a block's pointer, the first look  acquire          the other side of that
+//   the exchange of a word, by a       acquire and      what was done with the record comes before
+//   freeing or by letting go           release          its freeing, whoever of the two frees
+//   a look at a word, by a freeing     acquire          (sequential) the same
+//   taking, giving back a word         acquire,         what one pass, or StartDnsSrv between
+//                                      release          two, did is seen by the next
+//   counting, iterating                acquire          only for who looks into the records
+//
+// Those to slots and words that would do with less have the default order all the same: one kind of
+// order to think about.
 #ifndef DNS_PROXY_MAC_PROXY_PENDING_REQUESTS_H_
 #define DNS_PROXY_MAC_PROXY_PENDING_REQUESTS_H_
 

@@ -10,7 +10,7 @@
 // `buf`: the caller's, `len` bytes, all of them overwritten. `len` has to be at least 128: the copy
 // is bounded by the line (up to 127 characters), not by `len`.
 //
-// Blocks until the tool has ended. Writes one to three trace lines to standard output.
+// Blocks until the tool has ended. Writes one or two trace lines to standard output.
 void get_os_ver(char* buf, int len);
 
 #endif  // DNS_PROXY_MAC_STARTUP_OS_VERSION_H_

@@ -200,4 +200,14 @@ TEST(NoSuchName, OfTheLongestQueryIsAsLong) {
   EXPECT_EQ(NoSuchName(query).back(), 0x55);
 }
 
+TEST(NoSuchNameResponse, ToWhatIsShorterThanAHeaderIsTheHeaderAlone) {
+  // No such query is accepted; its length must not wrap.
+  const Bytes query(11, 0x55);
+  Bytes response(32, 0xEE);
+  MakeNoSuchNameResponse(query.data(), 11, 0x1234, response.data());
+  EXPECT_EQ(Bytes(response.begin() + 2, response.begin() + 12),
+            (Bytes{0x80, 0x03, 0x00, 0x01, 0, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(Bytes(response.begin() + 12, response.end()), Bytes(20, 0xEE));
+}
+
 }  // namespace

@@ -137,4 +137,19 @@ TEST(NoPass, KeepsEveryPassWaiting) {
   answer.WaitUntilIn();
 }
 
+TEST(PendingRequestsAsAMap, CountsAnIdentifierOnceAndIsWalkedWithoutChange) {
+  PendingRequests requests;
+  EXPECT_EQ(requests.count(7), 0U) << "no identifier of its block has been in use";
+  auto* const request = new DnsRequest;
+  request->QueryID = 7;
+  ASSERT_TRUE(requests.Insert(request));
+  EXPECT_EQ(requests.count(7), 1U);
+  EXPECT_EQ(requests.count(8), 0U);
+  const PendingRequests::const_iterator first = requests.cbegin();
+  EXPECT_EQ(first->second, request);
+  EXPECT_TRUE(first == requests.begin());
+  EXPECT_TRUE(requests.cend() == requests.end());
+  requests.Free(requests.Remove(7));
+}
+
 }  // namespace
