@@ -2,7 +2,8 @@
 # and a CTest test under the label fuzz that replays corpus/<name>.
 #
 # In preset fuzz (clang) it is a libFuzzer executable, driven by scripts/fuzz. In every other preset
-# a plain driver stands in for libFuzzer, so that the corpus is replayed by every test run.
+# a plain driver stands in for libFuzzer, so that the corpus is replayed by every test run. It comes
+# with the library fuzz_main.
 option(dns_proxy_mac_FUZZ "Link libFuzzer (clang) into the fuzz targets" OFF)
 
 add_custom_target(fuzzers)
@@ -12,15 +13,13 @@ function(dns_proxy_fuzzer name)
   set(target ${name}_fuzzer)
   set(corpus "${CMAKE_CURRENT_SOURCE_DIR}/corpus/${name}")
 
-  add_executable(${target}
-    ${fuzzer_SOURCES} "${dns_proxy_mac_SOURCE_DIR}/tests/support/sanitizer_options.cpp")
-  dns_proxy_options(${target})
-  target_link_libraries(${target} PRIVATE ${fuzzer_LIBRARIES})
+  add_executable(${target} ${fuzzer_SOURCES})
+  dns_proxy_test_options(${target})
+  target_link_libraries(${target} PRIVATE fuzz_main ${fuzzer_LIBRARIES})
   if(dns_proxy_mac_FUZZ)
     target_link_options(${target} PRIVATE -fsanitize=fuzzer)
     set(replay -runs=0)
   else()
-    target_sources(${target} PRIVATE "${dns_proxy_mac_SOURCE_DIR}/fuzz/replay.cpp")
     set(replay)
   endif()
   add_test(NAME fuzz.${name} COMMAND ${target} ${replay} "${corpus}")
