@@ -8,7 +8,12 @@ set(CPACK_PACKAGE_FILE_NAME
   "${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-${CMAKE_SYSTEM_NAME}-${CMAKE_SYSTEM_PROCESSOR}")
 
 if(APPLE)
-  set(CPACK_PACKAGE_FILE_NAME "${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-macos-x86_64")
+  # Xcode's compiler makes both processors at once. The cross build has scripts/package-macos.
+  set(processors "${CMAKE_SYSTEM_PROCESSOR}")
+  if(CMAKE_OSX_ARCHITECTURES MATCHES ";")
+    set(processors universal)
+  endif()
+  set(CPACK_PACKAGE_FILE_NAME "${CPACK_PACKAGE_NAME}-${PROJECT_VERSION}-macos-${processors}")
   set(CPACK_GENERATOR TGZ)
 else()
   set(CPACK_GENERATOR DEB)

@@ -1,17 +1,32 @@
-# Cross-compiles for macOS x86-64 on Linux: zig's clang and SDK headers, LLVM's linker.
+# Cross-compiles for macOS on Linux: zig's clang and SDK headers, LLVM's linker. For one processor:
+# -D dns_proxy_mac_MACOS_PROCESSOR=x86_64 (without it, too) or =arm64.
 #
-# scripts/build-macos fills the folder that is used here. What comes out is a compile and link gate
-# and unsigned programs, not a release: docs/macos.md.
+# scripts/build-macos fills the folder that is used here. What comes out is not signed by anybody:
+# docs/macos.md.
+if(NOT dns_proxy_mac_MACOS_PROCESSOR)
+  set(dns_proxy_mac_MACOS_PROCESSOR x86_64)
+endif()
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES dns_proxy_mac_MACOS_PROCESSOR)
 set(CMAKE_SYSTEM_NAME Darwin)
-set(CMAKE_SYSTEM_PROCESSOR x86_64)
-
-# The oldest macOS that the programs start on, and the SDK whose headers zig 0.13 carries.
-set(dns_proxy_mac_MACOS_FLOOR 10.8)
-set(dns_proxy_mac_MACOS_SDK 14.0)
+set(CMAKE_SYSTEM_PROCESSOR ${dns_proxy_mac_MACOS_PROCESSOR})
 
 set(dns_proxy_mac_MACOS_TOOLCHAIN "${CMAKE_CURRENT_LIST_DIR}/../build/macos-toolchain")
 cmake_path(NORMAL_PATH dns_proxy_mac_MACOS_TOOLCHAIN)
-set(macos_libraries "${dns_proxy_mac_MACOS_TOOLCHAIN}/lib")
+
+# The oldest macOS that the programs start on; 11.0 is the first for Apple silicon. What clang calls
+# the processor, and where its C++ library is. scripts/build-macos reads the targets here.
+if(dns_proxy_mac_MACOS_PROCESSOR STREQUAL "arm64")
+  set(dns_proxy_mac_MACOS_FLOOR 11.0)
+  set(macos_target aarch64-macos.11.0)
+  set(macos_libraries "${dns_proxy_mac_MACOS_TOOLCHAIN}/lib-arm64")
+else()
+  set(dns_proxy_mac_MACOS_FLOOR 10.8)
+  set(macos_target x86_64-macos.10.8)
+  set(macos_libraries "${dns_proxy_mac_MACOS_TOOLCHAIN}/lib")
+endif()
+
+# The SDK whose headers zig 0.13 carries.
+set(dns_proxy_mac_MACOS_SDK 14.0)
 
 set(CMAKE_C_COMPILER "${dns_proxy_mac_MACOS_TOOLCHAIN}/bin/cc")
 set(CMAKE_CXX_COMPILER "${dns_proxy_mac_MACOS_TOOLCHAIN}/bin/c++")
@@ -35,11 +50,14 @@ endif()
 # to what the floor lacks, without a test for it, is an error.
 foreach(language C CXX)
   set(CMAKE_${language}_FLAGS_INIT
-    "-target x86_64-macos.${dns_proxy_mac_MACOS_FLOOR} -fno-sanitize=undefined -Werror=unguarded-availability")
+    "-target ${macos_target} -fno-sanitize=undefined -Werror=unguarded-availability")
   # ld64.lld by its own command line. It keeps an import weak that every object refers to weakly,
-  # which is what lets a program start where the system lacks the symbol.
+  # which is what lets a program start where the system lacks the symbol. For arm64 it adds the
+  # ad-hoc signature without which the kernel starts nothing there.
+  #
+  # zig's compiler_rt is left out: all that it has is in libSystem, which has faster ones of some.
   set(CMAKE_${language}_LINK_EXECUTABLE
-    "${dns_proxy_mac_LD64} -arch x86_64 -platform_version macos ${dns_proxy_mac_MACOS_FLOOR} ${dns_proxy_mac_MACOS_SDK} -dead_strip ${link_flags} -o <TARGET> <OBJECTS> <LINK_LIBRARIES> ${macos_libraries}/libc++.a ${macos_libraries}/libc++abi.a ${macos_libraries}/libcompiler_rt.a ${macos_libraries}/libSystem.tbd")
+    "${dns_proxy_mac_LD64} -arch ${dns_proxy_mac_MACOS_PROCESSOR} -platform_version macos ${dns_proxy_mac_MACOS_FLOOR} ${dns_proxy_mac_MACOS_SDK} -dead_strip ${link_flags} -o <TARGET> <OBJECTS> <LINK_LIBRARIES> ${macos_libraries}/libc++.a ${macos_libraries}/libc++abi.a ${dns_proxy_mac_MACOS_TOOLCHAIN}/lib/libSystem.tbd")
 endforeach()
 
 # Header-only libraries of the build machine come by a folder of links; nothing else of it is seen.

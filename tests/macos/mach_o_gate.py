@@ -1,22 +1,30 @@
 #!/usr/bin/env python3
 """Would this program start on the oldest macOS that it names?
 
-usage: mach_o_gate.py --floor VERSION --imports FILE [--weak SYMBOL]... PROGRAM
+usage: mach_o_gate.py --processor PROCESSOR --floor VERSION --imports FILE [--weak SYMBOL]... PROGRAM
 
-Reads the program with LLVM's tools and checks that it is a Mach-O executable for x86-64 and nothing
-else, that its load command names the floor, that it asks for libSystem and no other library, that
-each symbol it cannot do without is one of FILE's `strong` lines, and that each one it can do
-without is one of FILE's `weak` lines or a --weak. Prints a line for each fault and exits with 1 if
+Reads the program with LLVM's tools and checks that it is a Mach-O executable for PROCESSOR (x86_64,
+arm64) and nothing else, that its load command names the floor, that it asks for libSystem and no
+other library, that each symbol it cannot do without is one of FILE's `strong` lines, that each one
+it can do without is one of FILE's `weak` lines or a --weak, that it brings no memcpy of its own, and
+for arm64 that it carries a signature that fits. Prints a line for each fault and exits with 1 if
 there is any.
 """
 
 import argparse
+import pathlib
 import re
 import shutil
 import subprocess
 import sys
 
+from code_signature import signature_faults
+
 LIBRARY = "/usr/lib/libSystem.B.dylib"
+
+# Compilers call these by themselves. A run-time library that brings its own and stands before
+# libSystem in the link takes their place, and is slower.
+LIBSYSTEM_HAS = {"_bzero", "_memcmp", "_memcpy", "_memmove", "_memset"}
 
 
 def run(tool, *arguments):
@@ -43,13 +51,13 @@ def load_commands(headers):
     return [part for part in re.split(r"^Load command \d+\n", headers, flags=re.MULTILINE)[1:]]
 
 
-def header_faults(headers, floor):
+def header_faults(headers, processor, floor):
     magic = re.search(r"^MH_MAGIC_64\s+(\S+)\s+\S+\s+\S+\s+(\S+)", headers, flags=re.MULTILINE)
     if magic is None:
         yield "is no 64-bit Mach-O file"
         return
-    if magic[1] != "X86_64" or magic[2] != "EXECUTE":
-        yield f"is {magic[1]} {magic[2]}, not X86_64 EXECUTE"
+    if magic[1] != processor.upper() or magic[2] != "EXECUTE":
+        yield f"is {magic[1]} {magic[2]}, not {processor.upper()} EXECUTE"
 
     floors, libraries = [], []
     for command in load_commands(headers):
@@ -93,8 +101,17 @@ def import_faults(program, known):
             yield f"cannot start without {name}, which is not known to be in the floor release"
 
 
+def own_copy_faults(program):
+    defined = run("llvm-nm", "--defined-only", "--format=just-symbols", program).split()
+    if not defined:
+        yield "defines nothing: its symbols could not be read"
+    for name in sorted(LIBSYSTEM_HAS.intersection(defined)):
+        yield f"brings a {name} of its own instead of libSystem's"
+
+
 def main():
     parser = argparse.ArgumentParser(usage=__doc__)
+    parser.add_argument("--processor", required=True)
     parser.add_argument("--floor", required=True)
     parser.add_argument("--imports", required=True)
     parser.add_argument("--weak", action="append", default=[])
@@ -104,9 +121,12 @@ def main():
     known = known_imports(options.imports)
     known["weak"].update(options.weak)
     headers = run("llvm-objdump", "--macho", "--private-headers", options.program)
-    faults = list(header_faults(headers, options.floor))
+    faults = list(header_faults(headers, options.processor, options.floor))
     if headers:
         faults += import_faults(options.program, known)
+        faults += own_copy_faults(options.program)
+        if options.processor == "arm64":
+            faults += signature_faults(pathlib.Path(options.program).read_bytes())
     for fault in faults:
         print(f"{options.program}: {fault}")
     return 1 if faults else 0

@@ -389,8 +389,9 @@ void ThreadAtExit(void (*destroy)(void*), void* object) {
 // --- What is the same ---------------------------------------------------------------------------
 
 constexpr char kSame[] =
-    "_exit abort access asprintf atoi calloc chdir chmod chown close closedir dup dup2 exit fchmod "
-    "fchown fclose fdopen feof ferror fflush fgetc fgets fileno flock fopen fork fprintf fputc "
+    "_exit abort access asprintf atoi calloc ceilf chdir chmod chown close closedir dup dup2 exit "
+    "fchmod fchown fclose fdopen feof ferror fflush fgetc fgets fileno flock fopen fork "
+    "fprintf fputc "
     "fputs "
     "fputwc fread free fseek fseeko fsync ftell ftello ftruncate fwrite getc getcwd getegid getenv "
     "geteuid getgid getgrnam gethostname getpid getppid gettimeofday getuid getwc gmtime gmtime_r "
@@ -400,7 +401,8 @@ constexpr char kSame[] =
     "popen posix_memalign pread "
     "pthread_getspecific pthread_setspecific pwrite qsort read readlink realloc remove rename "
     "rewind "
-    "rmdir setegid setenv seteuid setgid setgroups setsid setuid setvbuf shutdown sleep snprintf "
+    "rmdir sched_yield setegid setenv seteuid setgid setgroups setsid setuid setvbuf shutdown "
+    "sleep snprintf "
     "sprintf sscanf strcasecmp strchr strcmp strcpy strcspn strdup strftime strlen strncasecmp "
     "strncmp strncpy strrchr strspn strstr strtod strtok strtok_r strtol strtold strtoll strtoul "
     "strtoull symlink time tmpfile tolower toupper ttyname umask ungetc ungetwc unlink unsetenv "
