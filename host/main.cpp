@@ -2,21 +2,17 @@
 //
 // Reads and validates everything, then hands over to the supervisor, which runs the service in a
 // child process and keeps it answering.
-#include <unistd.h>
-
 #include <exception>
-#include <memory>
 #include <optional>
 
-#include "host/child/service_output.h"
+#include "host/child/output.h"
 #include "host/common/descriptors.h"
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 #include "host/common/log.h"
 #include "host/common/port.h"
 #include "host/common/rights.h"
 #include "host/common/signals.h"
 #include "host/common/trace.h"
-#include "host/common/unix_socket.h"
 #include "host/options.h"
 #include "host/parent/configuration.h"
 #include "host/parent/status.h"
@@ -32,8 +28,9 @@ void Host(const Options& options) {
   KeepDescriptors(kMaxInherited);
   UnblockTerminals();
 
-  // Everything that can be wrong, before anything runs and with the rights that are kept. Only whose
-  // the port is takes more to see; a fault of the input is told before it all the same.
+  // Everything that can be wrong, before anything runs and with the rights that are kept. Naming the
+  // port's holder needs rights that are given up next, so look now; bad input is still reported
+  // first.
   const User user = FindUser(options.user);
   const std::optional<Failure> portFault = PortFault();
   KeepParentRights();
@@ -47,16 +44,14 @@ void Host(const Options& options) {
     throw Failure(*portFault);
   }
   CatchSignals();
-  const int statusListener = options.socket.empty() ? -1 : ListenUnix(options.socket);
-  std::unique_ptr<const char, int (*)(const char*)> goesWithUs(
-      statusListener == -1 ? nullptr : options.socket.c_str(), unlink);
   if (options.check) {
-    goesWithUs.reset();
+    StatusListener{options.socket};  // gone again before the right to its folder is
     DropRights(user);
     Log("info", "everything is in order");
     return;
   }
-  Supervisor(options, configuration, user, trace, statusListener).Run();
+  StatusListener listener(options.socket);
+  Supervisor(options, configuration, user, trace, listener).Run();
   Log("info", "stopped");
 }
 

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 
 Options ParseOptions(int argc, char** argv) {
   Options options;
@@ -38,9 +38,12 @@ Options ParseOptions(int argc, char** argv) {
       ->capture_default_str()
       ->check(CLI::Range(0, 99));
   app.add_option("--probe-interval", options.probeInterval,
-                 "Milliseconds between probes while queries come; every 2000 when none do")
+                 "Milliseconds between probes while queries come; every 9000 when none do")
       ->capture_default_str()
       ->check(CLI::Range(20, 60000));
+  app.add_flag(
+      "--unguarded", options.unguarded,
+      "Keep nothing away from the service: a bad datagram ends it, and it is started again");
   CLI::Option* const socket =
       app.add_option("--socket", options.socket, "Unix socket to tell the status at")
           ->type_name("PATH");

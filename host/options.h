@@ -16,6 +16,7 @@ struct Options {
   int traceKeep = 3;                           // --trace-keep, rotated files
   int probeInterval = 250;                     // --probe-interval, milliseconds
   std::string socket;                          // --socket; empty: no status
+  bool unguarded = false;                      // --unguarded
   bool check = false;                          // --check
   bool status = false;                         // --status
   bool json = false;                           // --json

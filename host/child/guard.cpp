@@ -1,8 +1,7 @@
 #include "host/child/guard.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
+#include <array>
 
 #include "dns_proxy_mac/proxy/dns_message.h"
 
@@ -19,6 +18,7 @@ constexpr unsigned char kOpcodeAndRecursionDesired = 0x79;
 constexpr unsigned char kFormatError = 1;
 constexpr unsigned char kRefused = 5;
 
+constexpr std::size_t kMaxNameSize = 255;
 constexpr std::size_t kTypeAndClassSize = 4;
 constexpr unsigned char kFirstBadLength =
     128;  // length bytes from here on end the service's reading
@@ -135,10 +135,10 @@ std::size_t SizeWithoutOpt(Datagram query) {
                           kOneQuestionAndOneMore)) {
     return query.size();
   }
-  const std::size_t end = kHeaderSize + Question(query).size();
-  const Datagram record = query.subspan(end);
-  const bool opt = record.size() >= kOptSize && record[0] == 0 && record[1] == 0 &&
-                   record[2] == kTypeOpt &&
+  const std::size_t question = Question(query).size();
+  const Datagram record = query.subspan(kHeaderSize + question);
+  const bool opt = question <= kMaxNameSize + kTypeAndClassSize && record.size() >= kOptSize &&
+                   record[0] == 0 && record[1] == 0 && record[2] == kTypeOpt &&
                    record.size() == kOptSize + BigEndian16(record, kOptDataLengthOffset);
-  return opt ? end : query.size();
+  return opt ? kHeaderSize + question : query.size();
 }

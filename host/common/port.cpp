@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 
 #if defined(__linux__)
 #include <cstdio>

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 
 inline constexpr std::uint16_t kDnsPort = 53;
 

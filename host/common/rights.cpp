@@ -4,7 +4,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 
 #if defined(__linux__)
 #include <linux/capability.h>

@@ -23,9 +23,9 @@ User FindUser(const std::string& name);
 // that is run from here on can gain any. Elsewhere root stays root. Throws Failure.
 void KeepParentRights();
 
-// Child, or who tries whether one could: becomes `user` and gives up every other right. Call it while the process has one thread,
-// because the system call that does it interrupts the waits of all others, and that would end the
-// service's workers. Throws Failure.
+// In the child, and for --check: becomes `user` and gives up every other right. Only while there is
+// one thread: the system call that does it interrupts the waits of all others, and that would end
+// the service's workers. Throws Failure.
 void DropRights(const User& user);
 
 #endif  // HOST_COMMON_RIGHTS_H_

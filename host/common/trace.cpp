@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "host/common/exit_status.h"
-#include "host/common/log.h"
+#include "host/common/failure.h"
 
 namespace {
 
@@ -84,10 +83,10 @@ void Trace::Write(std::string_view lines) {
     return;
   }
   if (lost_ > 0 &&
-      WriteIfRoom(fd_, "dns_proxy_host: " + std::to_string(lost_) + " trace lines lost here\n")) {
+      writer_.Write(fd_, "dns_proxy_host: " + std::to_string(lost_) + " trace lines lost here\n")) {
     lost_ = 0;
   }
-  if (lost_ > 0 || !WriteIfRoom(fd_, lines)) {
+  if (lost_ > 0 || !writer_.Write(fd_, lines)) {
     lost_ += static_cast<std::uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
   }
 }

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/common/line_writer.h"
+
 // The parent opens and rotates the file. The child has the object with the descriptor that was open
 // when it was forked, and writes.
 class Trace {
@@ -16,8 +18,8 @@ class Trace {
       : path_(std::move(path)), size_(size), keep_(keep) {}
 
   // Opens the file, anew if it is open: mode 0600, appended to. Throws Failure if that cannot be
-  // done or it is anything but a regular file of this user's own with one name: a pipe's reader could
-  // hold up the service, and another owner could read the names.
+  // done or it is anything but a regular file of this user's own with one name: a pipe's reader
+  // could hold up the service, and another owner could read the names.
   void Open();
 
   // Whether Open would succeed: throws as it does, and changes nothing.
@@ -44,6 +46,7 @@ class Trace {
   const int keep_;
   int fd_ = -1;
   std::mutex mutex_;
+  LineWriter writer_;       // to standard output
   std::uint64_t lost_ = 0;  // lines that could not be written
 };
 

@@ -10,7 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 
 namespace {
 

@@ -1,10 +1,11 @@
 #include "host/parent/configuration.h"
 
-#include <filesystem>
-#include <fstream>
+#include <optional>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
+#include "host/common/files.h"
 #include "host/common/log.h"
+#include "host/common/text.h"
 #include "host/parent/static_names.h"
 #include "host/parent/upstreams.h"
 
@@ -22,10 +23,11 @@ std::vector<std::pair<std::string, std::string>> LoadNames(const Options& option
     names.AddMapping(map);
   }
   for (const std::string& file : options.hostsFiles) {
-    std::error_code error;
-    const bool regular = std::filesystem::is_regular_file(file, error);  // what else could block
-    std::ifstream lines(regular ? file : "");
-    names.AddHosts(lines, file);
+    const std::optional<std::string> text = ReadFile(file);
+    if (!text) {
+      throw Failure{kExitBadInput, file + ": cannot be read, or is not a regular file"};
+    }
+    names.AddHosts(*text, file);
   }
   for (const std::string& duplicate : names.duplicates) {
     Log("warning", "given twice: " + duplicate);

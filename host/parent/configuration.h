@@ -13,8 +13,8 @@ struct Configuration {
   std::vector<std::pair<std::string, std::string>> names;  // and its second
 };
 
-// Each reads its files anew and validates them; says in the log what was taken and what was left out.
-// Throws Failure.
+// Each reads its files anew and validates them; says in the log what was taken and what was left
+// out. Throws Failure.
 std::vector<std::string> LoadServers(const Options& options);
 std::vector<std::pair<std::string, std::string>> LoadNames(const Options& options);
 

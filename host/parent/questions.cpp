@@ -3,34 +3,22 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 
-#include <sstream>
-
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 #include "host/common/port.h"
 
 namespace {
 
 constexpr int kReceivedAtOnce = 64;
 constexpr ssize_t kHeaderSize = 12;
-constexpr unsigned char kResponseBit = 0x80;          // QR, in the header's third byte
-constexpr unsigned char kRecursionDesiredBit = 0x01;  // RD, there too
-constexpr unsigned char kClassInternet = 1;
+constexpr unsigned char kResponseBit = 0x80;  // QR, in the header's third byte
 
 }  // namespace
 
-std::vector<unsigned char> MakeQuestion(std::uint16_t id, const std::string& name,
-                                        std::uint8_t type) {
+std::vector<unsigned char> MakeQuestion(std::uint16_t id) {
   const auto high = static_cast<unsigned char>(id >> 8);
   const auto low = static_cast<unsigned char>(id & 0xFF);
-  // One question and no record.
-  std::vector<unsigned char> message = {high, low, kRecursionDesiredBit, 0, 0, 1, 0, 0, 0, 0, 0, 0};
-  std::istringstream labels(name);
-  for (std::string label; std::getline(labels, label, '.');) {
-    message.push_back(static_cast<unsigned char>(label.size()));
-    message.insert(message.end(), label.begin(), label.end());
-  }
-  message.insert(message.end(), {0, 0, type, 0, kClassInternet});
-  return message;
+  return {high, low, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0,  // recursion desired; one question, no record
+          0,    0,   2, 0, 1};                      // the root, NS, Internet
 }
 
 int OpenQuestionSocket() {
@@ -41,9 +29,12 @@ int OpenQuestionSocket() {
   return sock;
 }
 
-void Ask(int sock, in_addr_t server, std::uint16_t id, const std::string& name, std::uint8_t type) {
+std::uint16_t QuestionId(const std::vector<unsigned char>& question) {
+  return static_cast<std::uint16_t>(question[0] << 8 | question[1]);
+}
+
+void Ask(int sock, in_addr_t server, const std::vector<unsigned char>& question) {
   const sockaddr_in address = DnsAddress(server);
-  const std::vector<unsigned char> question = MakeQuestion(id, name, type);
   sendto(sock, question.data(), question.size(), 0, reinterpret_cast<const sockaddr*>(&address),
          sizeof(address));
 }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 
 namespace {
 
@@ -74,7 +74,8 @@ void StaticNames::AddMapping(const std::string& text) {
   Add(text.substr(0, equals), {address, source});
 }
 
-void StaticNames::AddHosts(std::istream& lines, const std::string& file) {
+void StaticNames::AddHosts(const std::string& text, const std::string& file) {
+  std::istringstream lines(text);
   std::string line;
   for (int number = 1; std::getline(lines, line); ++number) {
     std::istringstream words(line.substr(0, line.find('#')));
@@ -97,8 +98,5 @@ void StaticNames::AddHosts(std::istream& lines, const std::string& file) {
     do {
       Add(name, {address, where});
     } while (words >> name);
-  }
-  if (!lines.eof()) {
-    throw Failure{kExitBadInput, file + ": cannot be read, or is not a regular file"};
   }
 }

@@ -4,7 +4,6 @@
 #define HOST_PARENT_STATIC_NAMES_H_
 
 #include <cstddef>
-#include <istream>
 #include <map>
 #include <string>
 #include <vector>
@@ -19,10 +18,10 @@ struct StaticNames {
   // Takes "NAME=ADDRESS". Throws Failure if it is not that.
   void AddMapping(const std::string& text);
 
-  // Takes a hosts(5) file: an address and its names on each line, comments behind '#'. Lines with
-  // an IPv6 address are counted and skipped. Throws Failure, with file, line and reason, at the
-  // first line that is neither.
-  void AddHosts(std::istream& lines, const std::string& file);
+  // Takes the text of the hosts(5) file `file`: an address and its names on each line, comments
+  // behind '#'. Lines with an IPv6 address are counted and skipped. Throws Failure, with file, line
+  // and reason, at the first line that is neither.
+  void AddHosts(const std::string& text, const std::string& file);
 
   // Takes one name. Throws Failure if it cannot be a static name.
   void Add(std::string name, const Entry& entry);

@@ -1,6 +1,5 @@
 #include "host/parent/status.h"
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,8 +8,8 @@
 #include <cstdio>
 #include <string_view>
 
-#include "host/common/exit_status.h"
-#include "host/common/log.h"
+#include "host/common/failure.h"
+#include "host/common/text.h"
 #include "host/common/unix_socket.h"
 
 namespace {
@@ -62,22 +61,33 @@ std::string Outermost(const std::vector<std::pair<std::string, std::string>>& me
 std::string AsTable(const std::string& json) {
   std::string table;
   bool inText = false;
-  for (const char c : json) {
-    if (c == '"') {
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    if (json[i] == '"') {
       inText = !inText;
-    } else if (inText || std::string_view("{}[],").find(c) == std::string_view::npos) {
-      table += c;
+    } else if (inText || std::string_view("{}[],").find(json[i]) == std::string_view::npos) {
+      i += inText && json[i] == '\\' ? 1 : 0;  // what is escaped is no punctuation
+      table += json[i];
     }
   }
   return table;
 }
 
-void AnswerStatus(int listener, const std::function<std::string()>& report) {
-  const int client = listener == -1 ? -1 : accept(listener, nullptr, nullptr);
+StatusListener::StatusListener(const std::string& path)
+    : path_(path), fd_(path.empty() ? -1 : ListenUnix(path)) {}
+
+StatusListener::~StatusListener() {
+  if (fd_ != -1) {
+    unlink(path_.c_str());
+    close(fd_);
+  }
+}
+
+void StatusListener::Answer(const std::function<std::string()>& report) const {
+  const int client = fd_ == -1 ? -1 : accept(fd_, nullptr, nullptr);
   if (client != -1) {
-    fcntl(client, F_SETFL, O_NONBLOCK);  // the socket's buffer takes all of it at once
     setsockopt(client, SOL_SOCKET, SO_SNDBUF, &kMaxStatus, sizeof(kMaxStatus));
-    WriteIfRoom(client, report());
+    const std::string text = report();
+    send(client, text.data(), text.size(), MSG_DONTWAIT);  // the buffer takes all of it at once
     close(client);
   }
 }

@@ -24,8 +24,26 @@ std::string Outermost(const std::vector<std::pair<std::string, std::string>>& me
 // The JSON text for people: without the punctuation round its texts and numbers.
 std::string AsTable(const std::string& json);
 
-// Sends one client of `listener`, if one is waiting, what `report` returns then.
-void AnswerStatus(int listener, const std::function<std::string()>& report);
+// The socket at which the host tells it: a file that goes with this object.
+class StatusListener {
+ public:
+  // Listens at `path`, unless that is empty. Throws Failure.
+  explicit StatusListener(const std::string& path);
+  ~StatusListener();
+
+  StatusListener(const StatusListener&) = delete;
+  StatusListener& operator=(const StatusListener&) = delete;
+
+  // -1 when it does not listen.
+  int fd() const { return fd_; }
+
+  // Sends one client, if one is waiting, what `report` returns then.
+  void Answer(const std::function<std::string()>& report) const;
+
+ private:
+  const std::string path_;
+  const int fd_;
+};
 
 // Prints the status of the host at `path`, as a table or as JSON. Throws Failure if there is none.
 void PrintStatus(const std::string& path, bool json);

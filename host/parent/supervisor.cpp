@@ -2,18 +2,19 @@
 
 #include <arpa/inet.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
+#include <iterator>
 #include <utility>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 #include "host/common/log.h"
 #include "host/common/port.h"
 #include "host/common/signals.h"
+#include "host/common/text.h"
 #include "host/common/unix_socket.h"
-#include "host/parent/status.h"
 
 namespace {
 
@@ -24,40 +25,29 @@ constexpr Milliseconds kBetweenStarts{20};
 constexpr Milliseconds kFirstDelay{100};
 constexpr Milliseconds kLongestDelay{5000};
 
-// A child is asked again and again until it answers for the first time.
+// How long a child may take to answer for the first time. A start that takes too long may have many
+// names to take in: the next one has twice the time, and so on.
 constexpr Milliseconds kStartTimeout{2000};
-constexpr int kMaxDoublings = 5;  // of that time
-constexpr Milliseconds kStartInterval{20};
+constexpr int kMaxDoublings = 5;
 
-constexpr Milliseconds kProbeTimeout{200};
-
-// Without queries for this long the host slows down. What ends or stops the service is reported at
-// once all the same; only a service that hangs is found later.
+// Without queries for this long the host slows down. Whatever is an event, the next query too, is
+// noticed at once all the same; only a service that hangs is found later.
 constexpr Milliseconds kIdleAfter{10000};
-constexpr Milliseconds kIdleInterval{2000};
+constexpr Milliseconds kIdleInterval{9000};
 
 constexpr std::size_t kRestartsKept = 5;
-constexpr Milliseconds kBetweenLogLines{1000};
-
-// A name that the service turns away as a reverse look-up. It has a random part, so that no
-// application can pass its own queries off as probes, which are kept out of the trace.
-std::string MakeProbeName() {
-  std::random_device random;
-  char name[64];
-  std::snprintf(name, sizeof(name), "%08x%08x.probe.in-addr.arpa", random(), random());
-  return name;
-}
+constexpr Milliseconds kBetweenRestartLines{1000};
+constexpr Milliseconds kBetweenKeptAwayLines{60000};
 
 }  // namespace
 
 Supervisor::Supervisor(const Options& options, const Configuration& configuration, const User& user,
-                       Trace& trace, int statusListener)
+                       Trace& trace, StatusListener& listener)
     : options_(options),
       configuration_(configuration),
       trace_(trace),
-      statusListener_(statusListener),
-      probeName_(MakeProbeName()),
-      service_(trace, user, probeName_) {
+      listener_(listener),
+      service_(trace, user, !options.unguarded) {
   monitor_.Watch(configuration.servers, now_);
 }
 
@@ -67,71 +57,91 @@ void Supervisor::Run() {
       RenewTrace(false);
       Reload();
     }
+    NoteQueries();
     Receive();
-    if (const std::optional<std::string> why = service_.Ended(ready_)) {
-      Ended(*why);
+    if (const std::optional<int> status = service_.Reap()) {
+      OnChildEnd(*status);
     }
-    if (service_.id() == 0 && now_ >= startAt_) {
+    if (state() == State::kWaiting && now_ >= startAt_) {
       Start();
     }
-    if (service_.id() != 0 && now_ >= probeAt_) {
-      LookAround();
-      Probe();
+    if (state() != State::kWaiting && now_ >= probe_.due()) {
+      CheckFiles();
+      TellKeptAway();
+      AskService();
     }
+    AskUpstreams();
     FollowUpstreams();
-    AnswerStatus(statusListener_, [this] { return Report(); });
-    WaitFor({questions_, statusListener_}, std::min(service_.id() == 0 ? startAt_ : probeAt_,
-                                                    Idle() ? TimePoint::max() : monitor_.due()));
+    listener_.Answer([this] { return Report(); });
+    WaitFor({askSocket_, listener_.fd()},
+            std::min(state() == State::kWaiting ? startAt_ : probe_.due(),
+                     Idle() ? TimePoint::max() : monitor_.due()));
     now_ = Clock::now();
   }
   NotifyManager("STOPPING=1");
 }
 
+Supervisor::State Supervisor::state() const {
+  return service_.id() == 0 ? State::kWaiting
+         : probe_.serving() ? State::kServing
+                            : State::kStarting;
+}
+
 void Supervisor::Start() {
   startedAt_ = now_;
   running_ = {monitor_.Choice(), configuration_.names};
-  serving_ = false;
-  waiting_ = false;
-  probeAt_ = now_;
-  probeId_ = static_cast<std::uint16_t>(random_());
-  passesAtStart_ = service_.passes();
+  receivedAtStart_ = Received();
+  // A question with 64 random bits behind it: no application can pass its own off as this one.
+  probeQuery_ = MakeQuestion(static_cast<std::uint16_t>(random_()));
+  std::generate_n(std::back_inserter(probeQuery_), 8,
+                  [this] { return static_cast<unsigned char>(random_()); });
+  probe_.Start(now_, kStartTimeout * (1 << std::min(failedStarts_, kMaxDoublings)));
   try {
     const std::optional<Failure> fault = service_.KeepsPort() ? std::nullopt : PortFault();
     if (fault) {
       throw Failure(*fault);
     }
-    service_.Start(running_);
-    complaint_.clear();
+    service_.Start(running_, probeQuery_);
+    failure_.clear();
   } catch (const Failure& failure) {
-    Complain(failure.why);
-    StartAgain(false);
+    LogOnce(failure.why);
+    ScheduleStart(false);
   }
 }
 
-void Supervisor::Ended(const std::string& why) {
+void Supervisor::OnChildEnd(int status) {
+  const std::string why = service_.Reason(status);
+  if (!ready_ && WIFEXITED(status) && WEXITSTATUS(status) == kExitNoRight) {
+    throw Failure{kExitNoRight, why};
+  }
   ++restartCount_;
   restarts_.push_front({now_, why});
   restarts_.resize(std::min(restarts_.size(), kRestartsKept));
-  if (now_ - loggedAt_ >= kBetweenLogLines) {
+  if (now_ - loggedAt_ >= kBetweenRestartLines) {
     loggedAt_ = now_;
     Log("warning",
         "starting the service again: " + why + " (number " + std::to_string(restartCount_) + ")");
   }
-  StartAgain(service_.passes() != passesAtStart_);
+  ScheduleStart(Received() != receivedAtStart_);
 }
 
-void Supervisor::StartAgain(bool served) {
+void Supervisor::ScheduleStart(bool served) {
   failedStarts_ = served ? 0 : std::min(failedStarts_ + 1, 8);
   startAt_ = served ? startedAt_ + kBetweenStarts
                     : now_ + std::min(kLongestDelay, kFirstDelay * (1 << (failedStarts_ - 1)));
 }
 
-// Everything that is done now and then is done here, so that it costs one wake-up together.
-void Supervisor::LookAround() {
-  if (Queries() != queriesSeen_) {
-    queriesSeen_ = Queries();
+void Supervisor::NoteQueries() {
+  // In this order, as the gate counts first and looks then: no query is missed by both.
+  service_.shared().wakeParent = Idle();
+  const std::uint64_t queries = Queries();
+  if (std::exchange(queriesSeen_, queries) != queries) {
     queriedAt_ = now_;
   }
+}
+
+// Everything that is looked at now and then is looked at here, so that it costs one wake-up together.
+void Supervisor::CheckFiles() {
   if (trace_.Full()) {
     RenewTrace(true);
   }
@@ -140,36 +150,40 @@ void Supervisor::LookAround() {
   }
 }
 
-void Supervisor::Probe() {
-  // A query thread that takes up datagrams is alive: the probe, or its answer, was lost to load.
-  const bool late = waiting_ && service_.passes() == passesAtProbe_;
-  // A start that takes too long may have many names to take in: the next one has more time.
-  const Milliseconds timeout = kStartTimeout * (1 << std::min(failedStarts_, kMaxDoublings));
-  if (late && (serving_ || now_ >= startedAt_ + timeout)) {
-    service_.Kill(serving_ ? "service does not answer" : "service does not come up");
+void Supervisor::TellKeptAway() {
+  std::string counts;
+  std::uint64_t sum = 0;
+  for (std::size_t verdict = 1; verdict < kVerdictNames.size(); ++verdict) {
+    const std::uint64_t count = service_.shared().verdicts[verdict];
+    sum += count;
+    counts += std::string(", ") + kVerdictNames[verdict] + " " + std::to_string(count);
   }
-  passesAtProbe_ = service_.passes();
-  waiting_ = true;
-  askedAt_ = now_;
-  probeAt_ = now_ + (serving_ ? kProbeTimeout : kStartInterval);
-  Ask(questions_, htonl(INADDR_LOOPBACK), probeId_, probeName_, kTypePtr);
+  if (sum != keptAwayTold_ && now_ - toldAt_ >= kBetweenKeptAwayLines) {
+    keptAwayTold_ = sum;
+    toldAt_ = now_;
+    Log("warning", "kept away from the service so far: " + std::to_string(sum) + counts);
+  }
+}
+
+void Supervisor::AskService() {
+  if (probe_.Failed(now_, Received())) {
+    service_.Kill(probe_.serving() ? "service does not answer" : "service does not come up");
+  }
+  probe_.Asked(now_, Received());
+  Ask(askSocket_, htonl(INADDR_LOOPBACK), probeQuery_);
 }
 
 void Supervisor::Receive() {
-  for (const Response& response : ReceiveResponses(questions_)) {
+  for (const Response& response : ReceiveResponses(askSocket_)) {
     if (response.server != htonl(INADDR_LOOPBACK)) {
       monitor_.Answered(now_, response);
       continue;
     }
-    ++probesAnswered_;
-    if (response.id != probeId_) {
+    if (probeQuery_.empty() || response.id != QuestionId(probeQuery_)) {
       continue;  // the last child's
     }
-    waiting_ = false;
-    serving_ = true;
-    answeredAt_ = now_;
     const Milliseconds interval(options_.probeInterval);
-    probeAt_ = askedAt_ + (Idle() ? std::max(kIdleInterval, interval) : interval);
+    probe_.Answered(now_, Idle() ? std::max(kIdleInterval, interval) : interval);
     if (!ready_) {
       ready_ = true;
       Log("info", "serving on UDP 127.0.0.1 port 53");
@@ -178,10 +192,13 @@ void Supervisor::Receive() {
   }
 }
 
-void Supervisor::FollowUpstreams() {
+void Supervisor::AskUpstreams() {
   if (!Idle()) {
-    monitor_.AskDue(now_, questions_);
+    monitor_.AskDue(now_, askSocket_);
   }
+}
+
+void Supervisor::FollowUpstreams() {
   const std::vector<std::string> choice = monitor_.Choice();
   if (choice != running_.servers) {
     service_.Kill("upstream servers are now " + Joined(choice));
@@ -214,15 +231,15 @@ void Supervisor::RenewTrace(bool rotate) {
   try {
     rotate ? trace_.Rotate() : trace_.Open();
     service_.RenewTrace();
-    complaint_.clear();
+    failure_.clear();
   } catch (const Failure& failure) {
-    Complain(failure.why);
+    LogOnce(failure.why);
   }
 }
 
 // Says the same thing once, however often it is found.
-void Supervisor::Complain(const std::string& why) {
-  if (std::exchange(complaint_, why) != why) {
+void Supervisor::LogOnce(const std::string& why) {
+  if (std::exchange(failure_, why) != why) {
     Log("error", why);
   }
 }
@@ -232,12 +249,12 @@ bool Supervisor::Idle() const { return now_ - queriedAt_ >= kIdleAfter; }
 std::string Supervisor::Report() const {
   std::vector<std::string> upstreams;
   for (const UpstreamMonitor::Upstream& upstream : monitor_.upstreams()) {
-    const std::optional<Milliseconds> roundTrip = upstream.health.roundTrip();
-    const char* const state = !monitor_.Watching()       ? "not watched"
-                              : upstream.health.silent() ? "silent"
-                                                         : "alive";
+    const auto roundTrip = upstream.health.roundTrip();
+    const char* const health = !monitor_.Watching()       ? "not watched"
+                               : upstream.health.silent() ? "silent"
+                                                          : "alive";
     upstreams.push_back(
-        Object({Member("address", Quoted(upstream.name)), Member("state", Quoted(state)),
+        Object({Member("address", Quoted(upstream.name)), Member("state", Quoted(health)),
                 Member("round_trip_ms", roundTrip ? std::to_string(roundTrip->count()) : "null")}));
   }
   std::vector<std::string> restarts;
@@ -245,16 +262,22 @@ std::string Supervisor::Report() const {
     restarts.push_back(
         Object({Member("s_ago", Seconds(now_ - restart.at)), Member("why", Quoted(restart.why))}));
   }
-  const char* const state = service_.id() == 0 ? "waiting to start again"
-                            : serving_         ? "serving"
-                                               : "starting";
-  return Outermost({{"state", Quoted(state)},
+  SharedMemory& shared = service_.shared();
+  std::vector<std::string> keptAway;
+  for (std::size_t verdict = 1; verdict < kVerdictNames.size(); ++verdict) {
+    keptAway.push_back(Member(kVerdictNames[verdict], std::to_string(shared.verdicts[verdict])));
+  }
+  constexpr const char* kStateNames[] = {"waiting to start again", "starting", "serving"};
+  const auto answeredAt = probe_.answeredAt();
+  return Outermost({{"state", Quoted(kStateNames[static_cast<int>(state())])},
                     {"uptime_s", Seconds(now_ - begun_)},
                     {"host_process", std::to_string(getpid())},
                     {"service_process", std::to_string(service_.id())},
                     {"queries", std::to_string(Queries())},
-                    {"error", complaint_.empty() ? "null" : Quoted(complaint_)},
-                    {"last_probe_s_ago", answeredAt_ ? Seconds(now_ - *answeredAt_) : "null"},
+                    {"kept_away", Object(keptAway)},
+                    {"opt_records_taken", std::to_string(shared.optRecords)},
+                    {"error", failure_.empty() ? "null" : Quoted(failure_)},
+                    {"last_probe_s_ago", answeredAt ? Seconds(now_ - *answeredAt) : "null"},
                     {"upstreams", Array(upstreams)},
                     {"restarts", std::to_string(restartCount_)},
                     {"last_restarts", Array(restarts)}});

@@ -38,7 +38,8 @@ class UpstreamHealth {
     asked_ = repeats() ? asked_ : now;
     if (waiting_) {
       answersInRow_ = 0;
-      silent_ = silent_ || ++unanswered_ >= kSilentQuestions;
+      ++unanswered_;
+      silent_ = silent_ || unanswered_ >= kSilentQuestions;
     }
     waiting_ = true;
     interval_ = interval;
@@ -52,7 +53,8 @@ class UpstreamHealth {
       unanswered_ = 0;
       roundTrip_ = std::chrono::duration_cast<Milliseconds>(now - asked_);
       due_ = asked_ + interval_;
-      silent_ = silent_ && ++answersInRow_ < kTrustedAnswers;
+      ++answersInRow_;
+      silent_ = silent_ && answersInRow_ < kTrustedAnswers;
     }
   }
 
@@ -68,8 +70,8 @@ class UpstreamHealth {
   Milliseconds interval_ = kInterval;
   bool waiting_ = false;
   bool silent_ = false;
-  int unanswered_ = 0;    // questions in a row
-  int answersInRow_ = 0;  // while silent
+  int unanswered_ = 0;  // questions in a row
+  int answersInRow_ = 0;
   std::optional<Milliseconds> roundTrip_;
 };
 

@@ -32,8 +32,7 @@ void UpstreamMonitor::AskDue(TimePoint now, int sock) {
       if (!upstream.health.repeats()) {
         upstream.id = static_cast<std::uint16_t>(random_());
       }
-      // The servers of the root: every server knows something to say about them.
-      Ask(sock, upstream.address, upstream.id, "", kTypeNs);
+      Ask(sock, upstream.address, MakeQuestion(upstream.id));
       upstream.health.Asked(now, UpstreamHealth::kInterval + Milliseconds(jitter(random_)));
     }
   }

@@ -3,14 +3,14 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 
 #include "dns_proxy_mac/proxy/dns_proxy.h"
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
+#include "host/common/files.h"
 #include "host/common/log.h"
+#include "host/common/text.h"
 
 namespace {
 
@@ -74,14 +74,7 @@ LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values,
   return chosen;
 }
 
-std::string ReadResolvConf() {
-  std::error_code error;
-  std::ostringstream text;
-  if (std::filesystem::is_regular_file(kResolvConf, error)) {
-    text << std::ifstream(kResolvConf).rdbuf();
-  }
-  return text.str();
-}
+std::string ReadResolvConf() { return ReadFile(kResolvConf).value_or(""); }
 
 std::vector<std::string> ReadLocalUpstreams() {
   // Filled with zero: that is what ends each value.

@@ -5,6 +5,8 @@ namespaces, where everything that a test leaves behind dies with it.
 """
 
 import contextlib
+import ctypes
+import itertools
 import json
 import os
 import pathlib
@@ -91,11 +93,29 @@ def address_in(response):
     return socket.inet_ntoa(response[-4:])
 
 
-# Datagrams that end the query thread, by design.
-KILLERS = {
-    "runt": b"\x00" * 5,
-    "root": question(""),
-    "two questions": question("a.example")[:4] + b"\x00\x02" + question("a.example")[6:],
+def one_question(rest):
+    """A header that announces a question, and `rest` in its place."""
+    return struct.pack("!6H", 0x1234, 0, 1, 0, 0, 0) + rest
+
+
+def counting(count):
+    """A query whose header announces `count` questions."""
+    return question("a.example")[:4] + struct.pack("!H", count) + question("a.example")[6:]
+
+
+# Datagrams that end the query thread, by design, unless they are kept away.
+KILLERS = {"runt": b"\x00" * 5, "root": question(""), "two questions": counting(2)}
+BAD = KILLERS | {
+    "nothing": b"",
+    "a byte short of a header": one_question(b"")[:11],
+    "no question": counting(0),
+    "65,535 questions": counting(65535),
+    "nothing behind the header": one_question(b""),
+    "nothing behind a length": one_question(b"\x05"),
+    "pointer": one_question(b"\xc0\x0c\0\1\0\1"),
+    "length of 128": one_question(b"\x80aaa"),
+    "length of 255": one_question(b"\xffaaa"),
+    "zero at a label's begin": one_question(b"\x03\0aa\0\0\1\0\1"),
 }
 
 
@@ -135,6 +155,32 @@ def resolve(name, **how):
     return None if response is None else address_in(response)
 
 
+def hold_query_thread(child):
+    """Holds the query thread of the service `child` by a tracer: for its parent the service neither
+    ends nor stops. False where that is not allowed."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    libc.ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_p]
+    seize, interrupt = 0x4206, 0x4207
+    # In the order of their creation: the caller, the channel to the parent, the workers. Under a
+    # sanitizer there may be one more in front.
+    thread = max(int(path.name) for path in pathlib.Path(f"/proc/{child}/task").iterdir())
+    if libc.ptrace(seize, thread, None, None) != 0:
+        return False
+    libc.ptrace(interrupt, thread, None, None)
+    # The end of a thread that is traced is first the tracer's to see.
+    wall = 0x40000000
+    threading.Thread(target=lambda: [os.waitpid(thread, wall) for _ in range(2)], daemon=True).start()
+    return True
+
+
+def seconds_to_an_answer():
+    """Asks for one name after the other, as applications do, until there is an answer."""
+    began = time.monotonic()
+    names = (f"n{number}.example" for number in itertools.count())
+    wait_for(lambda: resolve(next(names), tries=1, wait=0.2), "an answer")
+    return time.monotonic() - began
+
+
 # --- Upstream servers ---------------------------------------------------------------------------
 
 
@@ -152,10 +198,13 @@ class Upstream:
         self.loss = loss
         self.asked = 0  # by applications
         self.questions = 0  # by the host itself, for the root
+        self.last = b""  # query of an application
+        self.asker = None  # the service's address
+        self.first = lambda query: []  # what is sent before the answer
         self._random = random.Random(address)
-        self._sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self._sock.settimeout(0.05)
-        self._sock.bind((address, 53))
+        self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.sock.settimeout(0.05)
+        self.sock.bind((address, 53))
         self._closing = False
         self._thread = threading.Thread(target=self._serve, daemon=True)
         self._thread.start()
@@ -163,25 +212,29 @@ class Upstream:
     def close(self):
         self._closing = True
         self._thread.join()
-        self._sock.close()
+        self.sock.close()
 
     def _serve(self):
         while not self._closing:
             try:
-                query, sender = self._sock.recvfrom(8192)
+                query, sender = self.sock.recvfrom(8192)
             except TimeoutError:
                 continue
             name = question_name(query)
-            self.asked += bool(name)
             self.questions += not name
+            if name:
+                self.asked += 1
+                self.last, self.asker = query, sender
             if self._random.random() < self.loss:
                 continue
+            for datagram in self.first(query):
+                self.sock.sendto(datagram, sender)
             if name.startswith("runt."):
-                self._sock.sendto(query[:4], sender)  # ends the answer thread, by design
+                self.sock.sendto(query[:4], sender)  # ends the answer thread, by design
             elif name.startswith("none.") or not name:
-                self._sock.sendto(answer(query, None), sender)
+                self.sock.sendto(answer(query, None), sender)
             else:
-                self._sock.sendto(answer(query, address_of(name)), sender)
+                self.sock.sendto(answer(query, address_of(name)), sender)
 
 
 class TestCase(unittest.TestCase):

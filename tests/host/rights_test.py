@@ -3,6 +3,7 @@
 import fcntl
 import os
 import pathlib
+import signal
 import subprocess
 import termios
 import unittest
@@ -42,7 +43,7 @@ class Rights(unittest.TestCase):
     def test_every_service_after_a_restart_is_as_powerless(self):
         with Host(*NAMES) as host:
             host.serving()
-            hosting.send(hosting.KILLERS["runt"])
+            os.kill(host.child(), signal.SIGKILL)
             wait_for(lambda: host.restarts() == 1 and host.answers(), "a restart")
             self.assertEqual({thread["CapEff"] for thread in statuses(host.child())}, {"0" * 16})
 
@@ -95,7 +96,7 @@ class Rights(unittest.TestCase):
             host.serving()
             targets = [os.readlink(path) for path in pathlib.Path(f"/proc/{host.child()}/fd").iterdir()]
             sockets = [target for target in targets if target.startswith("socket:")]
-            self.assertEqual(len(sockets), 3, targets)  # the line to the parent and the service's two
+            self.assertEqual(len(sockets), 3, targets)  # the channel to the parent and the service's two
             self.assertEqual(len(targets), 6, targets)
 
 

@@ -12,7 +12,7 @@ import tempfile
 import time
 
 import hosting
-from hosting import Host, leaves, resolve, send, wait_for
+from hosting import Host, leaves, resolve, wait_for
 
 SERVER = ("--server", "127.0.0.2")
 USER = () if hosting.has_all_users() else ("--user", "root")
@@ -36,6 +36,7 @@ class BadInput(hosting.TestCase):
                 (("--trace-size", "many"), "--trace-size"),
                 (("--trace-size", "-5"), "--trace-size"),
                 (("--trace-size", "0"), "--trace-size"),
+                (("--hosts", "/proc/self/mem"), "/proc/self/mem: cannot be read"),
                 (("--hosts", "/dev/null"), "/dev/null: cannot be read, or is not a regular file"),
                 (("--probe-interval", "0"), "--probe-interval"),
                 (("--json",), "--status"),
@@ -214,7 +215,7 @@ class Surroundings(hosting.TestCase):
             resource.setrlimit(resource.RLIMIT_STACK, (64 * 1024 * 1024, resource.getrlimit(resource.RLIMIT_STACK)[1]))
 
         self.upstream("127.0.0.2")
-        with Host(*SERVER, "--map", "a.example=192.0.2.1", preexec_fn=large) as host:
+        with Host(*SERVER, "--unguarded", preexec_fn=large) as host:
             host.serving()
             child = host.child()
             limits = pathlib.Path(f"/proc/{child}/limits").read_text()
@@ -285,7 +286,7 @@ class Manners(hosting.TestCase):
                 host.hang_up()
                 self.assertEqual(resolve("a.example"), "192.0.2.1")
             self.assertEqual(host.restarts(), 0)
-            send(hosting.KILLERS["runt"])
+            os.kill(host.child(), signal.SIGKILL)
             self.assertEqual(resolve("a.example"), "192.0.2.1")
             self.assertEqual(host.stop()[0], 0)
         os.close(reader)

@@ -1,12 +1,14 @@
 #include "host/parent/static_names.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include <fstream>
-#include <sstream>
+#include <string>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
+#include "host/common/files.h"
 
 namespace {
 
@@ -75,16 +77,16 @@ TEST(StaticNames, MappingThatIsNoneIsRefusedWithAReason) {
 }
 
 TEST(StaticNames, HostsFileGivesEveryNameOfEveryIpv4Line) {
-  std::istringstream file(
+  const std::string text =
       "# made by hand\n"
       "\n"
       "192.0.2.1\tone.example  ONE # and a comment\n"
       "  192.0.2.2 two.example.\r\n"
       "::1 localhost ip6-localhost\n"
       "fe80::1%lo0 localhost\n"
-      "192.0.2.3 three.example");
+      "192.0.2.3 three.example";
   StaticNames names;
-  names.AddHosts(file, "hosts");
+  names.AddHosts(text, "hosts");
   EXPECT_THAT(names.names,
               ElementsAre(Is("one", "192.0.2.1"), Is("one.example", "192.0.2.1"),
                           Is("three.example", "192.0.2.3"), Is("two.example", "192.0.2.2")));
@@ -102,10 +104,9 @@ TEST(StaticNames, HostsFileErrorNamesFileLineAndReason) {
       {"192.0.2.1 a b!c\n", "hosts:1: 'b!c': the name has a character other than"},
   };
   for (const auto& c : cases) {
-    std::istringstream file(c.file);
     StaticNames names;
     try {
-      names.AddHosts(file, "hosts");
+      names.AddHosts(c.file, "hosts");
       ADD_FAILURE() << c.file;
     } catch (const Failure& failure) {
       EXPECT_THAT(failure.why, HasSubstr(c.error));
@@ -115,9 +116,8 @@ TEST(StaticNames, HostsFileErrorNamesFileLineAndReason) {
 
 TEST(StaticNames, OfANameGivenTwiceTheFirstWinsAndIsSaidSo) {
   StaticNames names;
-  std::istringstream file("192.0.2.2 A.example\n");
   names.AddMapping("a.example=192.0.2.1");
-  names.AddHosts(file, "hosts");
+  names.AddHosts("192.0.2.2 A.example\n", "hosts");
   EXPECT_THAT(names.names, ElementsAre(Is("a.example", "192.0.2.1")));
   EXPECT_THAT(names.duplicates,
               ElementsAre("a.example: 192.0.2.1 (--map a.example=192.0.2.1) wins over 192.0.2.2 "
@@ -125,12 +125,15 @@ TEST(StaticNames, OfANameGivenTwiceTheFirstWinsAndIsSaidSo) {
 }
 
 TEST(StaticNames, HostsFileThatCannotBeReadIsAnErrorAndAnEmptyOneIsNot) {
-  for (const char* const path : {"/nonexistent/hosts", "/"}) {
-    std::ifstream file(path);
-    EXPECT_THROW(StaticNames().AddHosts(file, path), Failure) << path;
+  // The last one is a regular file that can be opened and not be read.
+  for (const char* const path : {"/nonexistent/hosts", "/", "/dev/null", "/proc/self/mem"}) {
+    EXPECT_EQ(ReadFile(path), std::nullopt) << path;
   }
-  std::istringstream empty;
-  EXPECT_NO_THROW(StaticNames().AddHosts(empty, "hosts"));
+  const std::string empty = ::testing::TempDir() + "empty_hosts";
+  close(open(empty.c_str(), O_CREAT | O_WRONLY, 0600));
+  EXPECT_EQ(ReadFile(empty), "");
+  unlink(empty.c_str());
+  EXPECT_NO_THROW(StaticNames().AddHosts("", "hosts"));
 }
 
 }  // namespace

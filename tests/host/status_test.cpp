@@ -15,19 +15,19 @@ TEST(Status, TableIsTheJsonWithoutItsPunctuationAndItsValuesStandInAColumn) {
        {"uptime_s", Seconds(Milliseconds(61540))},
        {"upstreams",
         Array({Object({Member("address", Quoted("192.0.2.1")), Member("round_trip_ms", "12")}),
-               Object({Member("why", Quoted("one, two"))})})},
+               Object({Member("why", Quoted("{one}, \"two\" \\"))})})},
        {"last_restarts", Array({})}});
   EXPECT_EQ(json,
             "{\"state\":              \"serving\",\n"
             "\"uptime_s\":           61.5,\n"
             "\"upstreams\":          [{\"address\": \"192.0.2.1\", \"round_trip_ms\": 12},\n"
-            "                    {\"why\": \"one, two\"}],\n"
+            "                    {\"why\": \"{one}, \\\"two\\\" \\\\\"}],\n"
             "\"last_restarts\":      []}\n");
   EXPECT_EQ(AsTable(json),
             "state:              serving\n"
             "uptime_s:           61.5\n"
             "upstreams:          address: 192.0.2.1 round_trip_ms: 12\n"
-            "                    why: one, two\n"
+            "                    why: {one}, \"two\" \\\n"
             "last_restarts:      \n");
 }
 

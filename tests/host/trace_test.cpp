@@ -7,7 +7,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "host/common/exit_status.h"
+#include "host/common/failure.h"
 
 namespace {
 

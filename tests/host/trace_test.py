@@ -23,7 +23,7 @@ OF_ONE_QUERY = [
     r"id: \d+, bReasonIsTimeout:0",
     r"CurrentDNSMethodIndex: 0, DnsListSize:2",
     r"iCurrentDNSMethodType:1\(0: dns, 1:hostmap\)",
-    r"find a\.example from hostmap, ip:192\.0\.2\.1, req id:\d+",
+    r"find a\.example from hostmap, ip:192\.0\.2\.1, ",
 ]
 
 
@@ -37,12 +37,15 @@ class Trace(unittest.TestCase):
     def test_file_has_every_line_of_a_query_at_once_and_none_of_a_probe(self):
         with Host(*NAMES, "--trace", self.path, "--probe-interval", "50") as host:
             host.serving()
-            time.sleep(1)  # some twenty probes
-            self.assertEqual(resolve("a.example"), "192.0.2.1")
-            lines = wait_for(lambda: (t := self.path.read_text()).count("req id") and t.splitlines(), "the lines")
-            self.assertNotIn("in-addr.arpa", self.path.read_text())
-            for pattern, line in zip(OF_ONE_QUERY, lines[-len(OF_ONE_QUERY):], strict=True):
+            for _ in range(2):
+                time.sleep(0.2)  # some probes
+                self.assertEqual(resolve("a.example"), "192.0.2.1")
+            text = self.path.read_text()
+            # A probe that came behind the query may have woken the thread for the next one.
+            lines = text[: text.rindex("req id")].splitlines()[-len(OF_ONE_QUERY):]
+            for pattern, line in zip(OF_ONE_QUERY, lines, strict=True):
                 self.assertRegex(line, pattern + "$")
+            self.assertEqual(text.count("FromAPP: received"), 2)
             # The service's own reverse look-ups are traced.
             ask("4.3.2.1.in-addr.arpa", hosting.PTR)
             wait_for(lambda: "4.3.2.1.in-addr.arpa" in self.path.read_text(), "a reverse look-up of an application")
@@ -51,20 +54,25 @@ class Trace(unittest.TestCase):
     def test_line_feed_in_a_name_hides_nothing(self):
         upstream = hosting.Upstream("127.0.0.2")
         self.addCleanup(upstream.close)
-        with Host(*NAMES, "--trace", self.path, "--probe-interval", "50") as host:
+        with Host(*NAMES, "--trace", self.path, "--probe-interval", "20") as host:
             host.serving()
-            self.assertIsNotNone(ask("\nfunc: thread_query(line:secret"))
-            time.sleep(0.2)  # some probes, whose lines are dropped
-            self.assertIsNotNone(ask("other.example"))
+            for name in ("\nfunc: thread_query(line:secret", "other.example"):
+                self.assertIsNotNone(ask(name))
+                time.sleep(0.1)  # some probes
             # Both queries went to the first way to answer and to the server, and came back from there.
             for words in ("CurrentDNSMethodIndex: 0", "CurrentDNSMethodIndex: 1", "FromDNSServer: recv"):
                 wait_for(lambda: self.path.read_text().count(words) == 2, words)
-            send(hosting.question("runt.example"))  # ends the answer thread
-            wait_for(lambda: host.restarts() == 1, "a restart")
-            self.assertIn("answer thread ended", host.status()["last_restarts"][0]["why"])
 
-    def test_last_lines_of_a_worker_that_ends_are_there(self):
+    def test_what_is_kept_away_leaves_no_line_and_what_is_not_its_last_ones(self):
         with Host(*NAMES, "--trace", self.path) as host:
+            host.serving()
+            for datagram in hosting.BAD.values():
+                send(datagram)
+                self.assertEqual(resolve("a.example"), "192.0.2.1")
+            text = self.path.read_text()
+            for words in ("received dns request\n", "FromAPP: received", "req id"):
+                self.assertAlmostEqual(text.count(words), len(hosting.BAD), delta=1, msg=words)
+        with Host(*NAMES, "--unguarded", "--trace", self.path) as host:
             host.serving()
             send(KILLERS["two questions"])
             wait_for(lambda: host.restarts() == 1, "a restart")
@@ -94,7 +102,8 @@ class Trace(unittest.TestCase):
             text = "".join(pathlib.Path(self.folder.name, n).read_text() for n in ("trace.2", "trace.1", "trace"))
             ids = [int(i) for i in re.findall(r"req id:(\d+)", text)]
             self.assertEqual(ids, sorted(ids))
-            self.assertEqual(len(re.findall("received dns request\n", text)), len(ids))
+            # The first file may begin, and the last one end, in the midst of a query.
+            self.assertAlmostEqual(len(re.findall("received dns request\n", text)), len(ids), delta=1)
 
     def test_hang_up_opens_the_file_anew(self):
         with Host(*NAMES, "--trace", self.path) as host:

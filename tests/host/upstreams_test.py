@@ -102,15 +102,6 @@ class ResolvConf(hosting.TestCase):
 
 
 class FailOver(hosting.TestCase):
-    def seconds_to_an_answer(self):
-        """Asks for one name after the other, as applications do. At the most 5 s, by what is promised."""
-        began = time.monotonic()
-        number = 0
-        while resolve(f"n{number}.example", tries=1, wait=0.2) is None:
-            number += 1
-            self.assertLess(time.monotonic() - began, hosting.PATIENCE if hosting.SANITIZED else 5)
-        return time.monotonic() - began
-
     def states(self, host):
         return [upstream["state"] for upstream in host.status()["upstreams"]]
 
@@ -124,7 +115,8 @@ class FailOver(hosting.TestCase):
 
             first.loss = 1.0
             began = time.monotonic()
-            seconds = self.seconds_to_an_answer()
+            seconds = hosting.seconds_to_an_answer()
+            self.assertLess(seconds, hosting.PATIENCE if hosting.SANITIZED else 5)
             print(f"  names resolve again after {seconds:.1f} s")
             self.assertEqual(self.states(host), ["silent", "alive"])
             self.assertIn("upstream servers are now 127.0.0.3", host.log())
@@ -145,22 +137,11 @@ class FailOver(hosting.TestCase):
         self.upstream("127.0.0.3", loss=0.3)
         with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
             host.serving()
-            end = time.monotonic() + 30
+            end = time.monotonic() + 8
             while time.monotonic() < end:
                 hosting.ask("a.example", tries=1, wait=0.5)  # servers are asked while applications are
                 time.sleep(0.5)
             self.assertEqual(host.restarts(), 0, host.log())
-
-    def test_silence_that_began_while_nobody_asked_is_found_within_five_seconds(self):
-        first, second = self.upstream("127.0.0.2"), self.upstream("127.0.0.3")
-        with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
-            host.serving()
-            time.sleep(11)
-            before = first.questions, second.questions
-            time.sleep(5)
-            self.assertEqual((first.questions, second.questions), before, "nobody asks: neither does the host")
-            first.loss = 1.0
-            print(f"  names resolve after {self.seconds_to_an_answer():.1f} s")
 
     def test_when_all_are_silent_the_order_stays(self):
         self.upstream("127.0.0.2", loss=1.0)

@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Would this program start on the oldest macOS that it names?
 
-usage: mach_o_gate.py --processor PROCESSOR --floor VERSION --imports FILE [--weak SYMBOL]... PROGRAM
+usage: mach_o_gate.py --processor PROCESSOR --floor VERSION --imports FILE [--weak SYMBOL]...
+       [--without SYMBOL]... PROGRAM
 
 Reads the program with LLVM's tools and checks that it is a Mach-O executable for PROCESSOR (x86_64,
 arm64) and nothing else, that its load command names the floor, that it asks for libSystem and no
 other library, that each symbol it cannot do without is one of FILE's `strong` lines, that each one
-it can do without is one of FILE's `weak` lines or a --weak, that it brings no memcpy of its own, and
+it can do without is one of FILE's `weak` lines or a --weak, that it asks for no --without, that it brings no memcpy of its own, and
 for arm64 that it carries a signature that fits. Prints a line for each fault and exits with 1 if
 there is any.
 """
@@ -115,11 +116,13 @@ def main():
     parser.add_argument("--floor", required=True)
     parser.add_argument("--imports", required=True)
     parser.add_argument("--weak", action="append", default=[])
+    parser.add_argument("--without", action="append", default=[])
     parser.add_argument("program")
     options = parser.parse_args()
 
     known = known_imports(options.imports)
     known["weak"].update(options.weak)
+    known["strong"].difference_update(options.without)
     headers = run("llvm-objdump", "--macho", "--private-headers", options.program)
     faults = list(header_faults(headers, options.processor, options.floor))
     if headers:

@@ -1,6 +1,6 @@
 // What the process tells who started it. The manual page lists the same numbers.
-#ifndef HOST_COMMON_EXIT_STATUS_H_
-#define HOST_COMMON_EXIT_STATUS_H_
+#ifndef HOST_COMMON_FAILURE_H_
+#define HOST_COMMON_FAILURE_H_
 
 #include <cerrno>
 #include <cstring>
@@ -25,4 +25,4 @@ inline Failure SystemFailure(const std::string& what, int status = kExitFailure)
   return {status, what + ": " + std::strerror(errno)};
 }
 
-#endif  // HOST_COMMON_EXIT_STATUS_H_
+#endif  // HOST_COMMON_FAILURE_H_

@@ -1,0 +1,61 @@
+// The receive call of this program. A symbol that a program defines itself is the one that its
+// libraries' calls are linked to, as with an allocator of one's own: so the service's calls come
+// here, and only those for its two sockets, in the child, pass the gate. For all others this is
+// what the system's recvfrom is.
+//
+// A file of the executable's own and not of a library: a sanitizer's runtime brings this symbol too,
+// and a linker takes nothing from an archive for one that it has already.
+#undef _FORTIFY_SOURCE  // its inline version would be a second definition
+#include <sys/socket.h>
+#if defined(__linux__)
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+
+#include "host/child/gate.h"
+
+namespace {
+
+// What the system's recvfrom does. Linux has a cheaper way than recvmsg.
+ssize_t Receive(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
+                socklen_t* senderLength) {
+#if defined(__linux__)
+  return syscall(SYS_recvfrom, sock, buffer, size, flags, sender, senderLength);
+#else
+  iovec part = {buffer, size};
+  msghdr message = {};
+  message.msg_name = sender;
+  message.msg_namelen = sender == nullptr ? 0 : *senderLength;
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  const ssize_t received = recvmsg(sock, &message, flags);
+  if (sender != nullptr && received != -1) {
+    *senderLength = message.msg_namelen;
+  }
+  return received;
+#endif
+}
+
+}  // namespace
+
+extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
+                            socklen_t* senderLength) {
+  const socklen_t room = senderLength == nullptr ? 0 : *senderLength;
+  std::optional<std::size_t> admitted;
+  do {
+    const ssize_t received = Receive(sock, buffer, size, flags, sender, senderLength);
+    if (received == -1 || Gate::gate == nullptr || sender == nullptr) {
+      return received;
+    }
+    sockaddr_in from = {};  // which is what the service's sockets receive from
+    std::memcpy(&from, sender, std::min<std::size_t>(sizeof(from), *senderLength));
+    admitted = Gate::gate->Admit(
+        sock, {static_cast<unsigned char*>(buffer), static_cast<std::size_t>(received)}, from);
+    *senderLength = admitted ? *senderLength : room;
+  } while (!admitted);
+  return static_cast<ssize_t>(*admitted);
+}
