@@ -6,8 +6,6 @@
 # with the library fuzz_main.
 option(dns_proxy_mac_FUZZ "Link libFuzzer (clang) into the fuzz targets" OFF)
 
-add_custom_target(fuzzers)
-
 function(dns_proxy_fuzzer name)
   cmake_parse_arguments(fuzzer "" "" "SOURCES;LIBRARIES" ${ARGN})
   set(target ${name}_fuzzer)
@@ -24,5 +22,5 @@ function(dns_proxy_fuzzer name)
   endif()
   add_test(NAME fuzz.${name} COMMAND ${target} ${replay} "${corpus}")
   set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz TIMEOUT 120)
-  add_dependencies(fuzzers ${target})
+  dns_proxy_label(fuzz ${target})
 endfunction()

@@ -2,6 +2,9 @@
 #                [OPTIMIZED]):
 # a GoogleTest executable, each of its tests a test of CTest's under <label>.
 #
+# dns_proxy_label(<label> <target>...): what the tests of a label need. The target label_<label>
+# builds that and nothing else.
+#
 # An executable that defines no main gets GoogleTest's.
 #
 # A test that the machine does not allow (no namespaces) says GTEST_SKIP() and counts as skipped.
@@ -29,12 +32,20 @@ function(dns_proxy_test_options target)
   endif()
 endfunction()
 
+function(dns_proxy_label label)
+  if(NOT TARGET label_${label})
+    add_custom_target(label_${label})
+  endif()
+  add_dependencies(label_${label} ${ARGN})
+endfunction()
+
 function(dns_proxy_test target)
   cmake_parse_arguments(test "OPTIMIZED" "LABEL;TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
   if(NOT test_TIMEOUT)
     set(test_TIMEOUT 60)
   endif()
   add_executable(${target} ${test_SOURCES})
+  dns_proxy_label(${test_LABEL} ${target})
   if(test_OPTIMIZED)
     dns_proxy_test_options(${target} OPTIMIZED)
   else()
@@ -48,6 +59,7 @@ function(dns_proxy_test target)
       PROPERTIES
         LABELS "${test_LABEL}"
         TIMEOUT ${test_TIMEOUT}
+        COST ${test_TIMEOUT}  # what may take long starts first
         SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
   endif()
 endfunction()
