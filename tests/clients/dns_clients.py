@@ -1,6 +1,8 @@
 """The clients: how each is asked, and what it says, without what differs from run to run."""
 
+import os
 import re
+import select
 import subprocess
 
 import dns.exception
@@ -26,9 +28,10 @@ class Said:
         return "\n".join([f"exit {self.status}", *self.lines])
 
 
-def _run(command):
+def _run(command, **options):
     done = subprocess.run(
-        command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace"
+        command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
+        **options
     )
     return done.returncode, done.stdout.splitlines()
 
@@ -154,3 +157,108 @@ class Dnspython:
                 for line in record_set.to_text().splitlines():
                     lines.append(f"{section}: {_record(line)}")
         return Said(0, lines, dns.rcode.to_text(answer.rcode()))
+
+
+class Busybox:
+    """Sends no EDNS and has no option for it, as the three behind it."""
+
+    name = "busybox"
+    version = ["busybox"]
+
+    def ask(self, server, name, kind, edns):
+        assert not edns
+        status, lines = _run(["busybox", "nslookup", f"-type={kind}", name, server])
+        about_server = re.compile(r"^(Server:|Address:\s+127|Non-authoritative answer:|\s*$)")
+        return Said(status, [" ".join(line.split()) for line in lines
+                             if not about_server.match(line)])
+
+
+class Musl:
+    """getaddrinfo of the other C library, in a program that is made of lookup.c."""
+
+    name = "musl"
+    version = None  # see the package
+    needs = "musl-gcc"
+
+    def __init__(self, folder):
+        self._folder = folder
+        self._program = folder / "lookup"
+        source = private_network.FOLDER / "lookup.c"
+        subprocess.run(["musl-gcc", "-static", "-o", self._program, source], check=True)
+
+    def ask(self, server, name, kind, edns):
+        assert not edns
+        with private_network.resolver_configuration(self._folder, server, ""):
+            return Said(*_run([self._program, name, kind]))
+
+
+class Node:
+    """dns.resolve4 and resolve6, which are c-ares."""
+
+    name = "node"
+    version = ["node", "--version"]
+    needs = "node"
+    _program = """
+const {Resolver} = require('dns');
+const [server, name, kind] = process.argv.slice(1);
+const resolver = new Resolver({timeout: 10000, tries: 1});
+resolver.setServers([server]);
+resolver.resolve(name, kind, (error, addresses) => {
+  console.log(error ? error.code : addresses.join('\\n'));
+  process.exitCode = error ? 1 : 0;
+});"""
+
+    def ask(self, server, name, kind, edns):
+        assert not edns
+        return Said(*_run(["node", "-e", self._program, server, name, kind]))
+
+
+class CAres:
+    """The library through its Python module."""
+
+    name = "c-ares"
+    version = None  # the module says it
+    _EDNS = 1 << 8  # ARES_FLAG_EDNS, for which this module has no name
+
+    def ask(self, server, name, kind, edns):
+        import pycares
+
+        channel = pycares.Channel(servers=[server], tries=1, timeout=10,
+                                  flags=self._EDNS if edns else 0)
+        said = []
+
+        def answered(result, error):
+            if error is not None:
+                said.append(Said(1, [pycares.errno.errorcode[error]]))
+            else:
+                said.append(Said(0, sorted(record.host for record in result)))
+
+        channel.query(name, getattr(pycares, f"QUERY_TYPE_{kind}"), answered)
+        while not said:
+            readable, writable = channel.getsock()
+            select.select(readable, writable, [], channel.timeout())
+            for descriptor in readable:
+                channel.process_fd(descriptor, pycares.ARES_SOCKET_BAD)
+        return said[0]
+
+
+class Go:
+    """The go command, whose resolver is Go's own. It asks for A and AAAA at once and always sends
+    EDNS; what it has found shows where it would go, which leads nowhere here."""
+
+    name = "go"
+    version = ["go", "version"]
+    needs = "go"
+
+    def __init__(self, folder):
+        self._folder = folder
+
+    def ask(self, server, name, kind, edns):
+        assert edns and kind == "A"
+        environment = os.environ | {
+            "GODEBUG": "netdns=go", "GOPROXY": "direct", "GONOSUMDB": "*", "GOTOOLCHAIN": "local",
+            "GOPATH": str(self._folder), "GOFLAGS": "-mod=mod", "GOCACHE": str(self._folder)}
+        with private_network.resolver_configuration(self._folder, server, ""):
+            status, lines = _run(["go", "list", "-m", f"{name}/module@latest"], env=environment)
+        told = re.search(r"dial tcp:? (.*)$", "\n".join(lines))
+        return Said(status, [told[1] if told else " ".join(lines)])

@@ -1,14 +1,16 @@
 """What each client says to the answers that the service makes up, for a name of the host map and
-for one that nobody has, compared with the table in docs/clients.md. Some of these answers are
-malformed by design, and clients differ.
+for one that nobody has, compared with a table in docs/clients.md: the one of the bare service,
+whose answers are malformed in part, by design; or that of dns_proxy_host, through which every client
+reads the address of an A question.
 
-  mapped_names_test.py TEST_HOST DOCUMENT TABLE            compares, and writes the table to TABLE
-  mapped_names_test.py TEST_HOST DOCUMENT TABLE --update   rewrites the table in DOCUMENT
+  mapped_names_test.py service|host PROGRAM DOCUMENT TABLE     compares, and writes the table to TABLE
+  mapped_names_test.py service|host PROGRAM DOCUMENT TABLE --update     rewrites it in DOCUMENT
 """
 
 import difflib
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 
@@ -17,15 +19,22 @@ from private_network import own_namespaces
 
 try:
     import dns.version
+    import pycares
 
     import dns_clients
-except ImportError:
-    own_namespaces.skip("no dnspython for this interpreter")
+except ImportError as error:
+    own_namespaces.skip(f"{error} for this interpreter")
 
 # What stands between such a pair of lines is this test's. The versions are for the reader and not
 # compared: a new version of a client is no failure, a client that says something else is one.
-TABLE = ("<!-- what the clients say: begin -->", "<!-- what the clients say: end -->")
+TABLES = {
+    "service": ("<!-- what the clients say: begin -->", "<!-- what the clients say: end -->"),
+    "host": ("<!-- through the host: begin -->", "<!-- through the host: end -->"),
+}
 VERSIONS = ("<!-- versions: begin -->", "<!-- versions: end -->")
+
+# What each program is asked through, beside server and name.
+OPTIONS = {"service": [], "host": ["--user", "root"]}
 
 
 # Left out: the flags, and dig's note that recursion is not available.
@@ -40,40 +49,68 @@ def row(client, edns, question, said):
             f" {says or 'nothing'} | {said.status} |")
 
 
+# (a client, with EDNS or without, what it is asked)
+def conversations(folder):
+    mapped_a = (private_network.MAPPED_NAME, "A")
+    mapped_aaaa = (private_network.MAPPED_NAME, "AAAA")
+    nowhere = ("nowhere.served.example", "A")
+    both = [dns_clients.Dig, dns_clients.Kdig, dns_clients.Drill, dns_clients.Getent,
+            dns_clients.Dnspython, dns_clients.CAres]
+    without = [dns_clients.Host, dns_clients.Busybox, dns_clients.Musl, dns_clients.Node]
+    for make in both + without:
+        if missing(make):
+            continue
+        client = make(folder) if "__init__" in vars(make) else make()
+        for edns in (False, True) if make in both else (False,):
+            for question in (mapped_a, mapped_aaaa, nowhere):
+                yield client, edns, question
+    if not missing(dns_clients.Go):
+        client = dns_clients.Go(folder)
+        for question in (mapped_a, nowhere):
+            yield client, True, question
+
+
+def missing(client):
+    return shutil.which(getattr(client, "needs", sys.executable)) is None
+
+
 def table(folder):
-    questions = [
-        (private_network.MAPPED_NAME, "A"),
-        (private_network.MAPPED_NAME, "AAAA"),
-        ("nowhere.served.example", "A"),
-    ]
-    clients = [
-        dns_clients.Dig(),
-        dns_clients.Kdig(),
-        dns_clients.Drill(),
-        dns_clients.Host(),
-        dns_clients.Getent(folder),
-        dns_clients.Dnspython(),
-    ]
     lines = ["| Client | EDNS | Question | Says | Exit status |", "|---|---|---|---|---|"]
-    for client in clients:
-        for edns in (False, True):
-            if edns and client.name == "host":  # has no EDNS
-                continue
-            for question in questions:
-                said = client.ask(private_network.SERVICE, *question, edns)
-                lines.append(row(client, edns, question, said))
-    return "\n".join(lines)
+    for client, edns, question in conversations(folder):
+        said = client.ask(private_network.SERVICE, *question, edns)
+        lines.append(row(client, edns, question, said))
+    return lines
+
+
+def not_read(lines):
+    """The rows of A questions for the mapped name whose client did not just read the address."""
+    asked = [line for line in lines if f"| {private_network.MAPPED_NAME} A |" in line]
+    return [line for line in asked
+            if private_network.MAPPED_ADDRESS not in line or "ADDITIONAL" in line
+            or re.search(r"\b(warning|error|malformed)", line, re.I)]
+
+
+# Where a machine lacks a client, its rows are left out of what is compared.
+def here(lines):
+    optional = {client.name for client in (dns_clients.Musl, dns_clients.Node, dns_clients.Go)
+                if missing(client)}
+    if optional:
+        print(f"left out, not on this machine: {', '.join(sorted(optional))}")
+    return [line for line in lines if line.split("|")[1].strip() not in optional]
 
 
 def versions():
     lines = []
-    for client in (dns_clients.Dig, dns_clients.Kdig, dns_clients.Drill, dns_clients.Getent):
-        said = subprocess.run(
-            client.version, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True
-        ).stdout
-        lines.append(f"- {client.name}: {said.splitlines()[0].strip()}")
+    for client in (dns_clients.Dig, dns_clients.Kdig, dns_clients.Drill, dns_clients.Getent,
+                   dns_clients.Busybox, dns_clients.Node, dns_clients.Go):
+        if not missing(client):
+            said = subprocess.run(
+                client.version, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True
+            ).stdout
+            lines.append(f"- {client.name}: {said.splitlines()[0].strip()}")
     lines.append("- host: of the same package as dig")
     lines.append(f"- dnspython: {dns.version.version}")
+    lines.append(f"- c-ares: {pycares.ARES_VERSION}, by pycares {pycares.__version__}")
     return "\n".join(lines)
 
 
@@ -88,27 +125,29 @@ def replaced(text, marks, new):
 
 
 def main():
-    test_host, document, written = sys.argv[1], pathlib.Path(sys.argv[2]), pathlib.Path(sys.argv[3])
-    with private_network.servers(test_host) as folder:
+    which, program, document, written = sys.argv[1:5]
+    document, marks = pathlib.Path(document), TABLES[which]
+    with private_network.servers([program, *OPTIONS[which]]) as folder:
         actual = table(folder)
-    written.write_text(actual + "\n")
+    pathlib.Path(written).write_text("\n".join(actual) + "\n")
 
     text = document.read_text()
-    if "--update" in sys.argv[4:]:
-        document.write_text(replaced(replaced(text, TABLE, actual), VERSIONS, versions()))
+    if "--update" in sys.argv[5:]:
+        new = replaced(text, marks, "\n".join(actual))
+        document.write_text(replaced(new, VERSIONS, versions()))
         return 0
-    begin, end = between(text, TABLE)
-    expected = text[begin:end].strip()
-    if actual == expected:
-        return 0
-    print("\n".join(difflib.unified_diff(
-        expected.splitlines(), actual.splitlines(), str(document), str(written), lineterm=""
-    )))
-    print(f"The clients say something else than {document.name} shows; look at the difference, and"
-          " if it is right run this test with --update.")
-    return 1
+    begin, end = between(text, marks)
+    expected = here(text[begin:end].strip().splitlines())
+    wrong = not_read(actual) if which == "host" else []
+    for line in wrong:
+        print(f"does not just read the address: {line}")
+    if actual != expected:
+        print("\n".join(difflib.unified_diff(expected, actual, str(document), written, lineterm="")))
+        print(f"The clients say something else than {document.name} shows; look at the difference,"
+              " and if it is right run this test with --update.")
+    return 1 if wrong or actual != expected else 0
 
 
 if __name__ == "__main__":
-    private_network.enter()
+    private_network.enter("busybox")
     sys.exit(main())

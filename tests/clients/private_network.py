@@ -20,16 +20,18 @@ MAPPED_ADDRESS = "10.1.2.3"
 _PATIENCE = 30  # seconds in which a server has to answer its first question
 
 
-def enter():
+def enter(*further_tools):
     """Returns inside namespaces of this program's own, with an address beside 127.0.0.1."""
-    own_namespaces.enter("mount", "nsd", "dig", "kdig", "drill", "host", "getent")
+    own_namespaces.enter("mount", "nsd", "dig", "kdig", "drill", "host", "getent",
+                         *further_tools)
     # getaddrinfo with AI_ADDRCONFIG asks for no address on a machine that has 127.0.0.1 alone.
     subprocess.run(["ip", "address", "add", "198.51.100.1/32", "dev", "lo"], check=True)
 
 
 @contextlib.contextmanager
-def servers(test_host):
-    """NSD and the service in front of it, both answering; gives the folder of this run."""
+def servers(host):
+    """NSD, and in front of it the service in `host` (a command), both answering; gives the folder
+    of this run."""
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         shutil.copy(FOLDER / "served.example.zone", folder)
@@ -38,7 +40,7 @@ def servers(test_host):
         with (
             _running(["nsd", "-d", "-c", str(folder / "nsd.conf")], folder / "nsd.log"),
             _running(
-                [test_host, "--server", UPSTREAM, "--map", f"{MAPPED_NAME}={MAPPED_ADDRESS}"],
+                [*host, "--server", UPSTREAM, "--map", f"{MAPPED_NAME}={MAPPED_ADDRESS}"],
                 folder / "service.log",
             ),
         ):

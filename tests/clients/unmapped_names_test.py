@@ -118,7 +118,7 @@ class UnmappedNames(unittest.TestCase):
 
 if __name__ == "__main__":
     private_network.enter()
-    with private_network.servers(sys.argv[1]) as run_folder:
+    with private_network.servers(sys.argv[1:]) as run_folder:
         UnmappedNames.folder = run_folder
         result = unittest.main(argv=sys.argv[:1], exit=False, verbosity=2).result
     sys.exit(0 if result.wasSuccessful() else 1)
