@@ -92,8 +92,9 @@ std::optional<std::size_t> Gate::AdmitQuery(std::span<unsigned char> query,
 
 std::optional<std::size_t> Gate::AdmitAnswer(Datagram answer) {
   thread_local Worker worker = {*this, "answer", Verdict::kPasses};
-  // The identifier travels in machine order. The handler has begun its pass, so that the request
-  // stays until this thread looks for another one.
+  // A pass of its own, which keeps the request while it is looked at: the handler's begins behind
+  // the receipt. The identifier travels in machine order.
+  const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, ::Worker::kAnswer);
   unsigned short id = 0;
   std::memcpy(&id, answer.data(), std::min(answer.size(), sizeof(id)));
   RequestTable::Position position;
