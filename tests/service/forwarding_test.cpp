@@ -125,30 +125,6 @@ TEST_F(Forwarding, AnswersWithoutRecordsLeadThroughAllServersInOrderToNoSuchName
   EXPECT_EQ(application.Hears(), NoSuchName(query));
 }
 
-TEST_F(Forwarding, AServerThatIsListedTwiceIsAskedTwice) {
-  Serve({.servers = {"127.0.0.2", "127.0.0.2"}});
-  Server server("127.0.0.2");
-  const Application application;
-
-  const Bytes query = Query(0x0001, "twice.example");
-  application.Asks(query);
-  server.Answers(EmptyAnswerTo(server.IsAsked(), kNameError));
-  const Bytes again = server.IsAsked();
-  EXPECT_EQ(again, UnderProxyId(query, 0));
-  server.Answers(AnswerTo(again, kAddress));
-  EXPECT_EQ(application.Hears(), UnderId(AnswerTo(again, kAddress), 0x0001));
-}
-
-TEST_F(Forwarding, AMissOfTheHostMapGoesToTheFirstServer) {
-  Serve({.servers = {"127.0.0.2", "127.0.0.3"}, .hostMaps = {{"mapped.example", "10.1.2.3"}}});
-  Server first("127.0.0.2");
-  const Application application;
-
-  const Bytes query = Query(0x0001, "unmapped.example");
-  application.Asks(query);
-  EXPECT_EQ(first.IsAsked(), UnderProxyId(query, 0));
-}
-
 TEST_F(Forwarding, AQueryThatASilentServerHasWaitsWhileOthersAreServed) {
   Serve({.servers = {"127.0.0.2", "127.0.0.3"}});
   Server first("127.0.0.2");

@@ -27,21 +27,6 @@ TEST_F(MadeUpAnswers, AMappedNameIsAnsweredAndNeverForwarded) {
   EXPECT_TRUE(server.HasNotBeenAsked());
 }
 
-// The record stands behind all of the query, its OPT record too.
-TEST_F(MadeUpAnswers, TheRecordOfAMappedNameStandsBehindWhatTheQueryCarries) {
-  Serve({.servers = {}, .hostMaps = {{"mapped.example", "10.1.2.3"}}});
-  const Application application;
-
-  const Bytes query = support::DnsMessageBuilder()
-                          .Id(0xABCD)
-                          .Flags(0x0120)
-                          .Question("mapped.example", kTypeA, kClassInternet)
-                          .EdnsOpt(1232)
-                          .Build();
-  application.Asks(query);
-  EXPECT_EQ(application.Hears(), HostAnswer(query, kTypeA, kMapped));
-}
-
 TEST_F(MadeUpAnswers, AMappedNameThatLeavesNoRoomForTheRecordIsForwarded) {
   Serve({.servers = {"127.0.0.2"}, .hostMaps = {{"mapped.example", "10.1.2.3"}}});
   Server server("127.0.0.2");
@@ -84,20 +69,6 @@ TEST_F(MadeUpAnswers, WhatOnlyLooksLikeAReverseLookUpIsForwarded) {
     application.Asks(query);
     EXPECT_EQ(server.IsAsked(), UnderProxyId(query, id++));
   }
-}
-
-TEST_F(MadeUpAnswers, WithNoMethodEveryNameIsNoSuchName) {
-  Serve({});
-  const Application application;
-
-  const Bytes query = support::DnsMessageBuilder()
-                          .Id(0xABCD)
-                          .Flags(0x0130)
-                          .Question("www.example", kTypeA, kClassInternet)
-                          .EdnsOpt(1232)
-                          .Build();
-  application.Asks(query);
-  EXPECT_EQ(application.Hears(), NoSuchName(query));
 }
 
 // A reverse look-up has a position behind any list of servers while it is in the table. An answer

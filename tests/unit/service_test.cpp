@@ -256,20 +256,21 @@ TEST_F(StartDnsSrvTest, ListsAreCompleteBeforeTheFirstThreadIsCreated) {
 }
 
 TEST_F(StartDnsSrvTest, HostMapComesFirstAndThenTheServersInTheirOrder) {
-  Start({"192.0.2.2", "192.0.2.1", "192.0.2.2"},
+  Start({"192.0.2.2", "192.0.2.1", "192.0.2.1", "192.0.2.2"},
         {{"alpha.internal", "10.1.2.3"}, {"beta.internal", "10.1.2.4"}});
   EXPECT_THAT(trace_,
               TraceIs(TraceLines{trace::kBound} +
                       TraceLines{trace::MappingAdded("alpha.internal", "10.1.2.3"),
                                  trace::MappingAdded("beta.internal", "10.1.2.4"),
                                  trace::ServerAdded("192.0.2.2"), trace::ServerAdded("192.0.2.1"),
-                                 trace::ServerAdded("192.0.2.2")} +
+                                 trace::ServerAdded("192.0.2.1"), trace::ServerAdded("192.0.2.2")} +
                       kThreadLines));
-  ASSERT_EQ(g_DnsMethodList.size(), 4U) << "one host-map entry, and duplicates are kept";
+  ASSERT_EQ(g_DnsMethodList.size(), 5U) << "one host-map entry, and duplicates are kept";
   EXPECT_EQ(BytesOf(g_DnsMethodList[0]), BytesOf(HostMapMethod()));
   EXPECT_EQ(BytesOf(g_DnsMethodList[1]), BytesOf(DnsServerMethod("192.0.2.2")));
   EXPECT_EQ(BytesOf(g_DnsMethodList[2]), BytesOf(DnsServerMethod("192.0.2.1")));
-  EXPECT_EQ(BytesOf(g_DnsMethodList[3]), BytesOf(DnsServerMethod("192.0.2.2")));
+  EXPECT_EQ(BytesOf(g_DnsMethodList[3]), BytesOf(DnsServerMethod("192.0.2.1")));
+  EXPECT_EQ(BytesOf(g_DnsMethodList[4]), BytesOf(DnsServerMethod("192.0.2.2")));
   HostRespData* record = nullptr;
   EXPECT_TRUE(g_Hostmaps.Find("alpha.internal", record));
   EXPECT_TRUE(g_Hostmaps.Find("beta.internal", record));
