@@ -28,8 +28,8 @@ void Host(const Options& options) {
   KeepDescriptors(kMaxInherited);
   UnblockTerminals();
 
-  // Everything that can be wrong, before anything runs and with the rights that are kept. Naming the
-  // port's holder needs rights that are given up next, so look now; bad input is still reported
+  // Everything that can be wrong, before anything runs and with the rights that are kept. Naming
+  // the port's holder needs rights that are given up next, so look now; bad input is still reported
   // first.
   const User user = FindUser(options.user);
   const std::optional<Failure> portFault = PortFault();

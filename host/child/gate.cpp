@@ -23,9 +23,9 @@ void Reply(const std::vector<unsigned char>& reply, const sockaddr_in& to) {
   }
 }
 
-// Whether the service answers `query`, which it can read and whose name fits into a message, without
-// any server: the name as the service reads it. AAAA questions for static names are left as they
-// are: their answers are no more readable without EDNS.
+// Whether the service answers `query`, which it can read and whose name fits into a message,
+// without any server: the name as the service reads it. AAAA questions for static names are left as
+// they are: their answers are no more readable without EDNS.
 bool IsAnsweredHere(Datagram query) {
   char name[kDomainTextSize] = {};
   unsigned short type = 0;

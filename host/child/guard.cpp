@@ -23,7 +23,8 @@ constexpr std::size_t kTypeAndClassSize = 4;
 constexpr unsigned char kFirstBadLength =
     128;  // length bytes from here on end the service's reading
 
-// An OPT record without options: the root's zero byte, type, payload size, flags, length of the data.
+// An OPT record without options: the root's zero byte, type, payload size, flags, length of the
+// data.
 constexpr std::size_t kOptSize = 1 + 2 + 2 + 4 + 2;
 constexpr std::size_t kOptDataLengthOffset = 9;
 constexpr unsigned char kTypeOpt = 41;
@@ -39,8 +40,8 @@ bool HasRecords(Datagram answer) {
   return static_cast<short>(low | high << 8) > 0;
 }
 
-// The question of `message`, which has a header: name, type and class; all the rest when the message
-// ends in it, or the name does not.
+// The question of `message`, which has a header: name, type and class; all the rest when the
+// message ends in it, or the name does not.
 Datagram Question(Datagram message) {
   std::size_t end = kHeaderSize;
   while (end < message.size() && message[end] != 0 && message[end] < kFirstBadLength) {
@@ -85,9 +86,9 @@ Verdict JudgeQuery(Datagram query) {
   if (BigEndian16(query, kQuestionCountOffset) != 1) {
     return Verdict::kQuestionCount;
   }
-  // The service takes labels of 1 to 127 bytes, reads what lies beyond the datagram as zero, and the
-  // name as text that a zero byte ends. So the first two bytes alone decide whether it is empty:
-  // whatever goes wrong behind the first label cuts the name short.
+  // The service takes labels of 1 to 127 bytes, reads what lies beyond the datagram as zero, and
+  // the name as text that a zero byte ends. So the first two bytes alone decide whether it is
+  // empty: whatever goes wrong behind the first label cuts the name short.
   const Datagram name = query.subspan(kHeaderSize);
   if (!name.empty() && name[0] == 0) {
     return Verdict::kRoot;

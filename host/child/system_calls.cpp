@@ -3,8 +3,8 @@
 // here, and only those for its two sockets, in the child, pass the gate. For all others this is
 // what the system's recvfrom is.
 //
-// A file of the executable's own and not of a library: a sanitizer's runtime brings this symbol too,
-// and a linker takes nothing from an archive for one that it has already.
+// A file of the executable's own and not of a library: a sanitizer's runtime brings this symbol
+// too, and a linker takes nothing from an archive for one that it has already.
 #undef _FORTIFY_SOURCE  // its inline version would be a second definition
 #include <sys/socket.h>
 #if defined(__linux__)

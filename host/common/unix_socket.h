@@ -12,9 +12,9 @@ int ConnectUnix(const std::string& path, int type);
 // more. Throws Failure when another process answers there or the system refuses.
 int ListenUnix(const std::string& path);
 
-// Tells the service manager how far this process is ("READY=1", "STOPPING=1"): systemd's protocol, a
-// datagram to the socket that the environment variable NOTIFY_SOCKET names. Does nothing when nobody
-// wants to know. Does not wait.
+// Tells the service manager how far this process is ("READY=1", "STOPPING=1"): systemd's protocol,
+// a datagram to the socket that the environment variable NOTIFY_SOCKET names. Does nothing when
+// nobody wants to know. Does not wait.
 void NotifyManager(const std::string& state);
 
 #endif  // HOST_COMMON_UNIX_SOCKET_H_

@@ -3,8 +3,8 @@
 // The port outlives the child that holds it. A child sends the socket that the service has bound to
 // its parent, which leaves it in the queue of their channel: what lies there stays open. The next
 // child closes that queue the moment before it calls StartDnsSrv. A port that nobody has would
-// answer at once that nobody is there, and clients with a connected socket (dig, the C library) would
-// have used up all their tries by then; so they wait and ask again.
+// answer at once that nobody is there, and clients with a connected socket (dig, the C library)
+// would have used up all their tries by then; so they wait and ask again.
 #ifndef HOST_PARENT_SERVICE_PROCESS_H_
 #define HOST_PARENT_SERVICE_PROCESS_H_
 
@@ -27,8 +27,8 @@ class ServiceProcess {
   // Ends the child, if there is one, and waits for its end.
   ~ServiceProcess();
 
-  // Forks a process that runs the service until it ends, and answers `probe` at the port. There must
-  // be none, and the parent must have one thread only. Throws Failure if the system refused.
+  // Forks a process that runs the service until it ends, and answers `probe` at the port. There
+  // must be none, and the parent must have one thread only. Throws Failure if the system refused.
   void Start(const Configuration& configuration, const std::vector<unsigned char>& probe);
 
   // 0 when there is none.

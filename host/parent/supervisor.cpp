@@ -140,7 +140,8 @@ void Supervisor::NoteQueries() {
   }
 }
 
-// Everything that is looked at now and then is looked at here, so that it costs one wake-up together.
+// Everything that is looked at now and then is looked at here, so that it costs one wake-up
+// together.
 void Supervisor::CheckFiles() {
   if (trace_.Full()) {
     RenewTrace(true);

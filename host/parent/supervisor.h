@@ -32,8 +32,8 @@ class Supervisor {
 
  private:
   // A child that ends, is stopped, does not come up or no longer answers leads back to waiting: for
-  // as good as no time after it has taken up a datagram, longer and longer when starting fails again
-  // and again.
+  // as good as no time after it has taken up a datagram, longer and longer when starting fails
+  // again and again.
   enum class State {
     kWaiting,   // no child; the next start is due at startAt_
     kStarting,  // forked; no probe has been answered yet

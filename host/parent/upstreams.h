@@ -15,9 +15,9 @@ struct LocalUpstreams {
   std::vector<std::string> dropped;  // "127.0.0.53 (this machine)"
 };
 
-// Which of `values`, as get_localdns_dnsproxy has read them from `resolvConf`, can serve: cut at the
-// first blank, IPv4, each once, not from a comment, and not on this machine (a resolver here may ask
-// the proxy, which would go round in circles).
+// Which of `values`, as get_localdns_dnsproxy has read them from `resolvConf`, can serve: cut at
+// the first blank, IPv4, each once, not from a comment, and not on this machine (a resolver here
+// may ask the proxy, which would go round in circles).
 LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values,
                                const std::string& resolvConf);
 

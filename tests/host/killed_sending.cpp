@@ -1,6 +1,6 @@
-// Takes the place of sendmsg in a process that loads it first (LD_PRELOAD): the first process that has
-// sent a message is killed before it can do anything else. KILLED_ONCE names the file that says that
-// this has happened.
+// Takes the place of sendmsg in a process that loads it first (LD_PRELOAD): the first process that
+// has sent a message is killed before it can do anything else. KILLED_ONCE names the file that says
+// that this has happened.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <signal.h>

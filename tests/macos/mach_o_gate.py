@@ -7,9 +7,9 @@ usage: mach_o_gate.py --processor PROCESSOR --floor VERSION --imports FILE [--we
 Reads the program with LLVM's tools and checks that it is a Mach-O executable for PROCESSOR (x86_64,
 arm64) and nothing else, that its load command names the floor, that it asks for libSystem and no
 other library, that each symbol it cannot do without is one of FILE's `strong` lines, that each one
-it can do without is one of FILE's `weak` lines or a --weak, that it asks for no --without, that it brings no memcpy of its own, and
-for arm64 that it carries a signature that fits. Prints a line for each fault and exits with 1 if
-there is any.
+it can do without is one of FILE's `weak` lines or a --weak, that it asks for no --without, that it
+brings no memcpy of its own, and for arm64 that it carries a signature that fits. Prints a line for
+each fault and exits with 1 if there is any.
 """
 
 import argparse
