@@ -52,7 +52,7 @@ function(dns_proxy_test target)
     dns_proxy_test_options(${target})
   endif()
   target_link_libraries(${target} PRIVATE ${test_LIBRARIES} GTest::gtest_main GTest::gmock GTest::gtest)
-  if(NOT CMAKE_CROSSCOMPILING)
+  if(NOT CMAKE_CROSSCOMPILING OR CMAKE_CROSSCOMPILING_EMULATOR)
     gtest_discover_tests(${target}
       TEST_PREFIX "${test_LABEL}."
       DISCOVERY_TIMEOUT 60
