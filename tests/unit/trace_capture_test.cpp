@@ -4,11 +4,20 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 namespace support {
 namespace {
 
 using testing::ElementsAre;
 using testing::Not;
+
+TEST(TraceCapture, GivesStandardOutputBack) {
+  TraceCapture outer;
+  TraceOf([] { std::printf("inner\n"); });
+  std::printf("outer\n");
+  EXPECT_EQ(outer.Stop(), TraceLines{"outer"});
+}
 
 TEST(TraceCapture, MarksALastLineWithoutLineFeed) {
   EXPECT_THAT(SplitLines("a\n\nb"), ElementsAre("a", "", "b<no line feed>"));
