@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -20,18 +21,16 @@ class Frequent {
 
   explicit Frequent(std::size_t kept = 8192) : kept_(kept) {}
 
-  void Add(std::string_view text) {
-    ++total_;
-    ++counts_[std::string(text)];
+  void Add(std::string_view text, std::uint64_t times = 1) {
+    total_ += times;
+    counts_[std::string(text)] += times;
     if (counts_.size() > 2 * kept_) {
       const std::vector<Count> most = Most(kept_ + 1);
       const std::uint64_t gone = most.back().second;
       missed_ += gone;
       counts_.clear();
       for (const auto& [stays, count] : most) {
-        if (count > gone) {
-          counts_.emplace(stays, count - gone);
-        }
+        if (count > gone) counts_.emplace(stays, count - gone);
       }
     }
   }
@@ -39,11 +38,10 @@ class Frequent {
   // The `count` most frequent texts, the most frequent first.
   std::vector<Count> Most(std::size_t count) const {
     std::vector<Count> all(counts_.begin(), counts_.end());
-    const auto end = all.begin() + static_cast<std::ptrdiff_t>(std::min(count, all.size()));
-    std::partial_sort(all.begin(), end, all.end(), [](const Count& one, const Count& other) {
+    std::sort(all.begin(), all.end(), [](const Count& one, const Count& other) {
       return std::tie(other.second, one.first) < std::tie(one.second, other.first);
     });
-    all.erase(end, all.end());
+    all.resize(std::min(count, all.size()));
     return all;
   }
 

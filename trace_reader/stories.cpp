@@ -1,6 +1,7 @@
 #include "trace_reader/stories.h"
 
 #include <algorithm>
+#include <array>
 #include <deque>
 #include <utility>
 #include <variant>
@@ -10,16 +11,12 @@
 
 namespace {
 
-constexpr std::string_view kDispatch = "TryNextDNSQueryMethod";
-constexpr std::string_view kQuery = "RecvAndProcessPacketsFromLocalApps";
-constexpr std::string_view kAnswer = "RecvAndProcessPacketsFromDNSServer";
-constexpr std::string_view kQueryThread = "thread_query";
-constexpr std::string_view kAnswerThread = "thread_answer";
-constexpr std::string_view kStart = "StartDnsSrv";
 constexpr char kMap[] = "map";
 constexpr int kReversePosition = 159;
 constexpr int kMethods = 256;
-constexpr std::size_t kLongestAddress = 45;
+constexpr char kNotShown[] = "lines of queries that are not shown";
+constexpr std::size_t kLongestName = 1023;
+constexpr std::int64_t kMostReceived = kLongestName + 13;
 
 // The size of the name that the query thread prints at the beginning of `text`, `longest` at most.
 //
@@ -38,107 +35,84 @@ std::size_t SizeOfNewName(std::string_view text, std::size_t longest) {
     const auto same = static_cast<std::size_t>(
         std::mismatch(again.begin(), again.end(), window.begin()).first - again.begin());
     Fields tail;
-    if (same <= longest && window[same] == '\n' &&
-        Match(again.substr(same), ", id:%i", {}, tail) > 0) {
-      size = std::max(size, same);
-      if (longest < size + second.size()) {
-        break;  // no room for a name that imitates what was just read
-      }
-    }
+    if (same > longest || window[same] != '\n' ||
+        Match(again.substr(same), ", id:%i", {}, tail) == 0)
+      continue;
+    size = std::max(size, same);
+    if (longest < size + second.size()) break;  // no room for one that imitates what was read
   }
   return size;
 }
 
-// Most lines carry the identifier of their query, or follow one that does in their thread's order. A
-// query whose story has ended is forgotten, and identifiers have 16 bits: memory is bounded.
+// Most lines carry the identifier of their query; for the others it is enough to know the few queries
+// that they can be about. A query whose story has ended is forgotten, and identifiers have 16 bits:
+// memory is bounded.
 class Reader {
  public:
-  Reader(const std::function<void(const Story&)>& ended,
-         const std::function<void(std::string_view)>& strange)
-      : ended_(ended), strange_(strange) {}
+  Reader(const StoryTaker& ended, const LineTaker& strange) : ended_(ended), strange_(strange) {}
 
   // Takes the first line of `text`, or more if a name runs over several; returns how many bytes.
   std::size_t Take(std::string_view text) {
     text_ = text;
-    taken_ = 0;
     if (!Handle()) {
       taken_ = FirstLine(text).size();
       Note("lines not understood (--strange)");
       strange_(text.substr(0, taken_));
     }
-    counts_.lines += static_cast<std::uint64_t>(
-        1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(taken_), '\n'));
+    const std::string_view taken = text.substr(0, taken_);
+    lines_ += 1 + static_cast<std::uint64_t>(std::count(taken.begin(), taken.end(), '\n'));
     return std::min(taken_ + 1, text.size());
   }
 
   // The trace is over, or has a gap: what waits is not answered.
   void End() {
-    Leave(query_);
-    Leave(answer_);
-    while (!open_.empty()) {
-      Finish(open_.begin()->second, kUnanswered);
-    }
+    while (!open_.empty()) Finish(open_.begin()->second, open_.begin()->second.outcome);
+    Note("lines", std::exchange(lines_, 0));
   }
 
-  const Counts& counts() const { return counts_; }
+  Counts counts;
 
  private:
   struct Open : Story {
-    int position = 0;      // of the method that is tried
-    bool tried = false;    // the trace shows that position
-    bool settled = false;  // the outcome is known; its thread may have one more line about it
-    bool unsent = false;   // its answer could not be passed on
-  };
-  // How far a thread's dispatch has come, and with which query.
-  struct Worker {
-    enum { kIdle, kTries, kPositions, kAtMethod } stage = kIdle;
-    std::int64_t id = 0;
+    int position = 0;  // of the method that is tried
+    // What the next line about it can be: that a method is tried, at which position that stands, what
+    // came of it; or, when the outcome is known, that it could not be sent to the application.
+    enum { kTries, kPositions, kAtMethod, kSettled } stage = kTries;
+    bool unsent = false;  // an answer that is about to be told of
   };
   // A line of `function`, which is what stands in "func: F(line:N)", or without that. Where it stands
-  // in the source plays no part: the numbers move.
+  // in the source plays no part: the numbers move. It tells nothing that others do not, has no
+  // identifier or one of no query, is about a query, or says why a worker or a start ends.
+  using AboutNone = void (Reader::*)(const Fields&);
+  using AboutQuery = void (Reader::*)(Open&, const Fields&);
   struct Rule {
-    std::string_view function;
-    std::string_view pattern;
-    std::variant<std::monostate,                   // it tells nothing that others do not
-                 void (Reader::*)(const Fields&),  // it has no identifier, or one of no query
-                 void (Reader::*)(Open&, const Fields&),  // it is about a query
-                 const char*>                             // a worker or a start ends: why
-        meaning = {};
+    std::string_view function, pattern;
+    std::variant<std::monostate, AboutNone, AboutQuery, const char*> meaning = {};
   };
 
   bool Handle() {
-    static constexpr Rule kRules[] = {
 #include "trace_reader/lines.inc"
-    };
     std::string_view rest = text_;
     std::string_view function;
-    if (constexpr std::string_view kBefore = "func: "; rest.starts_with(kBefore)) {
-      constexpr std::string_view kBehind = "(line:";
-      rest.remove_prefix(kBefore.size());
-      function = rest.substr(0, FirstLine(rest).find(kBehind));
-      rest.remove_prefix(std::min(rest.size(), function.size() + kBehind.size()));
+    if (rest.starts_with("func: ")) {
+      function = rest.substr(6, FirstLine(rest).find("(line:") - 6);
+      rest.remove_prefix(std::min(rest.size(), 6 + function.size() + 6));
       std::int64_t place = 0;
-      if (!TakeNumber(rest, place) || !rest.starts_with(')')) {
-        return false;
-      }
+      if (!TakeNumber(rest, place) || !rest.starts_with(')')) return false;
       rest.remove_prefix(1);
     }
     for (const Rule& rule : kRules) {
       Fields line;
-      const std::size_t size =
-          rule.function == function ? Match(rest, rule.pattern, longNames_, line) : 0;
-      if (size == 0) {
-        continue;
-      }
+      if (rule.function != function) continue;
+      const std::size_t size = Match(rest, rule.pattern, longNames_, line);
+      if (size == 0) continue;
       taken_ = text_.size() - rest.size() + size;
-      if (const auto* const handle = std::get_if<1>(&rule.meaning)) {
-        (this->**handle)(line);
-      } else if (const auto* const tell = std::get_if<2>(&rule.meaning)) {
+      if (const auto* const handle = std::get_if<AboutNone>(&rule.meaning)) (this->**handle)(line);
+      if (const auto* const why = std::get_if<const char*>(&rule.meaning)) counts.ends.Add(*why);
+      if (const auto* const tell = std::get_if<AboutQuery>(&rule.meaning)) {
         Open* const story = Find(line.id);
         const bool shown = story != nullptr && (line.name.empty() || line.name == story->name);
         shown ? (this->**tell)(*story, line) : Note(kNotShown);
-      } else if (const auto* const why = std::get_if<3>(&rule.meaning)) {
-        ++counts_.ends[*why];
       }
       return true;
     }
@@ -153,8 +127,9 @@ class Reader {
   }
   void AddMap(const Fields& /*line*/) { methods_.resize(1, kMap); }
   void AddServer(const Fields& line) {
-    methods_.push_back(Printable(line.name.substr(0, kLongestAddress)));
-    methods_.resize(std::min<std::size_t>(methods_.size(), kMethods));
+    const std::string_view address = line.addresses[0];
+    if (methods_.size() >= kMethods) return;
+    methods_.emplace_back(address.empty() ? "255.255.255.255" : address);
   }
   void Lost(const Fields& line) {
     End();
@@ -163,7 +138,6 @@ class Reader {
 
   // The query thread.
   void QueryPass(const Fields& /*line*/) {
-    Leave(query_);
     received_ = kMostReceived;
     asked_.clear();
   }
@@ -174,42 +148,35 @@ class Reader {
     const std::string_view text = text_.substr(taken_ - line.name.size());
     asked_ = text.substr(0, SizeOfNewName(text, longest));
     taken_ += asked_.size() - line.name.size();
-    if (asked_.size() != line.name.size()) {
-      constexpr std::size_t kMost = 64;
-      Note("names with line feeds");
-      longNames_.push_front(asked_);
-      longNames_.resize(std::min(longNames_.size(), kMost));
-    }
+    if (asked_.size() == line.name.size()) return;
+    Note("names with line feeds");
+    longNames_.push_front(asked_);
+    longNames_.resize(std::min<std::size_t>(longNames_.size(), 64));
   }
   void Request(const Fields& line) {
-    if (line.name.size() > kLongestName || (!asked_.empty() && asked_ != line.name)) {
-      return Note(kNotShown);
-    }
+    const bool known = asked_.empty() || asked_ == line.name;
+    if (!known || line.name.size() > kLongestName) return Note(kNotShown);
     asked_.clear();
     Open story;
     story.number = queries_++;
     story.id = static_cast<std::uint16_t>(line.id);
     story.name = line.name;
-    const bool reverse = story.name.find(".in-addr.arpa") != std::string::npos;
-    story.position = reverse ? kReversePosition : 0;
-    query_ = {Worker::kTries, line.id};
+    if (story.name.find(".in-addr.arpa") != std::string::npos) story.position = kReversePosition;
     Open* const older = Find(line.id);
-    if (older != nullptr && older->settled) {
-      Finish(*older, older->outcome);
-    } else if (older != nullptr) {  // which the service goes on with, at its position
+    if (older != nullptr && older->stage != Open::kSettled) {  // the service goes on with that one
+      older->stage = Open::kTries;
       story.outcome = kDropped;
       return ended_(story);
     }
+    if (older != nullptr) Finish(*older, older->outcome);
     open_.emplace(line.id, std::move(story));
   }
 
   // The answer thread.
-  void AnswerPass(const Fields& /*line*/) { Leave(answer_); }
-  void Unknown(const Fields& line) { counts_.unknownIdentifiers.Add(line.addresses[0]); }
-  void WrongSender(const Fields& line) { counts_.wrongSenders.Add(line.addresses[0]); }
+  void Unknown(const Fields& line) { counts.unknownIdentifiers.Add(line.addresses[0]); }
+  void WrongSender(const Fields& line) { counts.wrongSenders.Add(line.addresses[0]); }
   void NoRecords(Open& story, const Fields& line) {
     Replied(story, std::string(line.addresses[0]), "no such name");
-    answer_ = {Worker::kTries, story.id};
     Advance(story);
   }
   void Relayed(Open& story, const Fields& line) {
@@ -218,38 +185,26 @@ class Reader {
   }
 
   // Either of them.
-  void Try(const Fields& line) {
-    for (Worker* const worker : {&answer_, &query_}) {
-      Open* const story = worker->id == line.id ? Find(line.id) : nullptr;
-      if (story != nullptr && worker->stage == Worker::kAtMethod) {
-        // Once more in one pass: the method was the host map, which does not know the name.
-        Method(story->position) = kMap;
-        Walk(*story, kMap);
-        Advance(*story);
-      } else if (story == nullptr || worker->stage != Worker::kTries) {
-        continue;
-      }
-      worker->stage = Worker::kPositions;
-      return;
+  void Try(Open& story, const Fields& line) {
+    if (story.stage == Open::kAtMethod) {  // once more: that was the host map, without the name
+      Method(story.position) = kMap;
+      Walk(story, kMap);
+      Advance(story);
     }
-    Note(kNotShown);
+    story.stage = Open::kPositions;
+    tried_ = {tried_[1], line.id};
   }
   // The line has no identifier, but each thread's next position is known.
   void Position(const Fields& line) {
-    for (Worker* const worker : {&answer_, &query_}) {
-      Open* const story = worker->stage == Worker::kPositions ? Find(worker->id) : nullptr;
-      if (story == nullptr || story->position != line.numbers[0]) {
-        continue;
-      }
-      worker->stage = Worker::kAtMethod;
-      story->tried = story->position < (line.numbers[1] & 0xFFFF);
-      if (!story->tried) {
-        if (story->road.empty()) {
-          Walk(*story, story->position == kReversePosition ? "reverse look-up" : "no method");
-        }
-        Settle(*story, kNoSuchName);
-      }
-      return;
+    for (const std::int64_t id : tried_) {
+      Open* const story = Find(id);
+      const bool next = story != nullptr && story->stage == Open::kPositions;
+      if (!next || story->position != line.numbers[0]) continue;
+      story->stage = Open::kAtMethod;
+      if (story->position < (line.numbers[1] & 0xFFFF)) return;
+      const bool reverse = story->position == kReversePosition;
+      if (story->road.empty()) Walk(*story, reverse ? "reverse look-up" : "no method");
+      return Settle(*story, kNoSuchName);
     }
     Note(kNotShown);
   }
@@ -259,12 +214,15 @@ class Reader {
     Settle(story, kFromMap);
   }
   void FromMapUnsent(const Fields& line) {
-    Open* const story = Find(query_.id);
-    story == nullptr ? Note(kNotShown) : Unsent(*story, line);
+    for (const std::int64_t id : settled_) {
+      Open* const story = Find(id);
+      if (story != nullptr && story->outcome == kFromMap) return Unsent(*story, line);
+    }
+    Note(kNotShown);
   }
   void Unsent(Open& story, const Fields& /*line*/) {
     story.unsent = true;
-    story.outcome = story.settled ? kUndelivered : story.outcome;
+    story.outcome = kUndelivered;
   }
   void NotForwarded(Open& story, const Fields& /*line*/) {
     Replied(story, std::string(Method(story.position)), "not sent");
@@ -278,81 +236,65 @@ class Reader {
     return found == open_.end() ? nullptr : &found->second;
   }
   void Advance(Open& story) {
-    story.tried = false;
+    story.stage = Open::kTries;
     story.position = (story.position + 1) % kMethods;
   }
   void Walk(Open& story, const std::string& step) {
-    constexpr std::size_t kLongestRoad = 1000;
-    if (story.road.size() < kLongestRoad) {
-      story.road.append(story.road.empty() ? "" : " → ").append(step);
-    }
+    if (story.road.size() > 1000) return;
+    story.road.append(story.road.empty() ? "" : " → ").append(step);
   }
   void Replied(Open& story, const std::string& server, const char* reply) {
-    constexpr std::size_t kMostServers = 1000;
-    const bool room = counts_.servers.size() < kMostServers || counts_.servers.contains(server);
-    ++counts_.servers[room ? server : "others"][reply];
+    const bool room = counts.servers.size() < 1000 || counts.servers.contains(server);
+    ++counts.servers[room ? server : "others"][reply];
     Walk(story, server + " " + reply);
     Method(story.position) = server;
   }
+  // Ended, but for the line that says so when the application could not be told. That comes soon.
   void Settle(Open& story, Outcome outcome) {
     story.outcome = outcome;
-    story.settled = true;
+    story.stage = Open::kSettled;
+    settled_.push_front(story.id);
+    if (settled_.size() <= 16) return;
+    Open* const oldest = Find(settled_.back());
+    settled_.pop_back();
+    if (oldest != nullptr && oldest->stage == Open::kSettled) Finish(*oldest, oldest->outcome);
   }
   void Finish(Open& story, Outcome outcome) {
     story.outcome = outcome;
-    if (outcome == kUnanswered && story.tried && Method(story.position) != kMap) {
+    const bool asked = story.stage == Open::kAtMethod && Method(story.position) != kMap;
+    if (asked && outcome == kUnanswered)
       Replied(story, std::string(Method(story.position)), "silent");
-    }
     ended_(story);
     open_.erase(open_.find(story.id));
-  }
-  // The thread has done with its query.
-  void Leave(Worker& worker) {
-    Open* const story = worker.stage == Worker::kIdle ? nullptr : Find(worker.id);
-    worker.stage = Worker::kIdle;
-    if (story != nullptr && story->settled) {
-      Finish(*story, story->outcome);
-    }
   }
   // What stands at a position, as far as the trace has told until now.
   std::string& Method(int position) {
     const auto at = static_cast<std::size_t>(position);
     methods_.resize(std::max(methods_.size(), at + 1));
-    if (methods_[at].empty()) {
-      methods_[at] = "position " + std::to_string(position);
-    }
+    if (methods_[at].empty()) methods_[at] = "position " + std::to_string(position);
     return methods_[at];
   }
-  void Note(const char* what, std::uint64_t times = 1) { counts_.notes[what] += times; }
+  void Note(const char* what, std::uint64_t times = 1) { counts.notes.Add(what, times); }
 
-  static constexpr char kNotShown[] = "lines of queries that are not shown";
-  static constexpr std::size_t kLongestName = 1023;
-  static constexpr std::int64_t kMostReceived = kLongestName + 13;
-
-  const std::function<void(const Story&)>& ended_;
-  const std::function<void(std::string_view)>& strange_;
-  Counts counts_;
+  const StoryTaker& ended_;
+  const LineTaker& strange_;
   std::string_view text_;  // what is read, from the line on
   std::size_t taken_ = 0;  // bytes of it
-  std::uint64_t queries_ = 0;
+  std::uint64_t queries_ = 0, lines_ = 0;
   std::map<std::int64_t, Open> open_;
-  std::vector<std::string> methods_;  // "map" and the servers
-  Worker query_;
-  Worker answer_;
-  std::int64_t received_ = kMostReceived;  // bytes of the query that is read, if known
-  std::string asked_;                      // its name; empty: none is read
-  std::deque<std::string> longNames_;      // the newest names with line feeds
+  std::array<std::int64_t, 2> tried_ = {-1, -1};  // one by each thread
+  std::deque<std::int64_t> settled_;              // the newest first
+  std::vector<std::string> methods_;              // "map" and the servers
+  std::int64_t received_ = kMostReceived;         // bytes of the query that is read, if known
+  std::string asked_;                             // its name; empty: none is read
+  std::deque<std::string> longNames_;             // the newest names with line feeds
 };
 
 }  // namespace
 
-Counts ReadStories(const std::function<std::string_view(std::size_t taken)>& next,
-                   const std::function<void(const Story&)>& ended,
-                   const std::function<void(std::string_view)>& strange) {
+Counts ReadStories(const Source& next, const StoryTaker& ended, const LineTaker& strange) {
   Reader reader(ended, strange);
-  for (std::string_view text = next(0); !text.empty();) {
-    text = next(reader.Take(text));
-  }
+  for (std::string_view text = next(0); !text.empty();) text = next(reader.Take(text));
   reader.End();
-  return reader.counts();
+  return std::move(reader.counts);
 }

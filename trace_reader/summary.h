@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,38 +14,43 @@
 #include "trace_reader/frequent.h"
 #include "trace_reader/stories.h"
 
+// `text` as printable ASCII from `first` on: any other byte is written \DDD, decimal, as in a zone file.
+// It cannot draw on a terminal, nor begin a line of its own; as it is, it holds no blank either.
+std::string Printable(std::string_view text, char first = '!');
+
 struct Table {
   std::string title;
-  std::vector<std::string> columns;  // of the numbers
+  std::vector<std::string> columns;  // of the numbers; none if it is plain what they are
   std::vector<std::pair<std::string, std::vector<std::uint64_t>>> rows;
 };
 
+// For a terminal, and for the page, whose script reads it: numbers, then the row's label.
+std::string Text(const Table& table);
+
+// Identifier, name, road and outcome. Two blanks stand between them, and nowhere in them.
+std::string Text(const Story& story);
+
 class Summary {
  public:
-  // Stories that are kept: so many of the newest that were answered, and of the others.
-  static constexpr std::size_t kKept = 10000;
-
   void Add(const Story& story);
 
-  // `names`: how many of the most frequent. Tables without rows are left out.
-  std::vector<Table> Tables(const Counts& counts, std::size_t names) const;
+  // The ten most frequent names, and so on. Tables without rows are left out.
+  std::vector<Table> Tables(const Counts& counts) const;
 
-  // Outcomes of queries in the order in which they came, `step` queries a row, 200 rows at the most.
-  Table Course() const;
-
-  const std::array<std::deque<Story>, 2>& kept() const { return kept_; }
+  // Everything as one page that needs nothing else, with so many of the newest stories that were
+  // answered, and of the others. What comes from the trace stands in it as text.
+  std::string Page(const std::vector<Table>& tables) const;
+  static constexpr std::size_t kShown = 10000;
 
  private:
-  std::array<std::uint64_t, std::size(kOutcomes)> outcomes_ = {};
+  Frequent outcomes_;
   Frequent asked_;
   Frequent missing_;     // no such name
   Frequent unanswered_;  // not answered
-  std::vector<std::array<std::uint64_t, std::size(kOutcomes)>> course_;
-  std::uint64_t step_ = 1;
-  std::array<std::deque<Story>, 2> kept_;
+  std::map<std::uint64_t, std::array<std::uint64_t, std::size(kOutcomes)>>
+      course_;                  // of queries in the order in which they came
+  std::uint64_t step_ = 1;      // so many for each element
+  std::deque<Story> shown_[2];  // by whether they were answered
 };
-
-// The tables as text for a terminal.
-std::string Text(const std::vector<Table>& tables);
 
 #endif  // TRACE_READER_SUMMARY_H_

@@ -38,7 +38,7 @@ def main():
     target = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else "docs/trace-page.png")
     with tempfile.TemporaryDirectory() as folder:
         page = pathlib.Path(folder, "page.html")
-        read("--html", page, "--top", "6", trace=b"".join(a_day(20000, random.Random(7))))
+        read("--html", page, trace=b"".join(a_day(20000, random.Random(7))))
         browser = page_test.Browser(page)
         size = {"width": 1100, "height": 1180, "deviceScaleFactor": 1, "mobile": False}
         browser.call("Emulation.setDeviceMetricsOverride", **size)

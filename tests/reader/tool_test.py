@@ -9,7 +9,6 @@ import re
 import resource
 import subprocess
 import tempfile
-import time
 import unittest
 
 import traces
@@ -82,8 +81,8 @@ class Lines(unittest.TestCase):
         again = asked(65536, b"new.example").split(traces.DISPATCH)[0] + traces.dispatch(0, 1)
         trace = START + asked(0, b"old.example") + again + answered(0, b"old.example")
         dropped, goes_on = read("--stories", trace=trace).splitlines()
-        self.assertRegex(dropped, r"    0  new\.example .*  dropped: identifier taken")
-        self.assertRegex(goes_on, r"    0  old\.example .*  map → 192\.0\.2\.1 answered .*  answered by a server")
+        self.assertRegex(dropped, r"^0      new\.example .*  dropped: identifier taken")
+        self.assertRegex(goes_on, r"^0      old\.example .*  map → 192\.0\.2\.1 answered .*  answered by a server")
 
     def test_cut_anywhere_every_query_still_has_one_outcome(self):
         whole = START + some_queries(8) + b"dns_proxy_host: 7 trace lines lost here\n" + some_queries(3, 8)
@@ -92,7 +91,7 @@ class Lines(unittest.TestCase):
                 told = tables(read(trace=text))
                 outcomes = {label: numbers[0] for label, numbers in told["Outcomes"].items()}
                 self.assertEqual(outcomes.pop("all queries"), sum(outcomes.values()))
-                self.assertEqual(told["The trace"]["lines"], [text.count(b"\n") + (text[-1:] not in (b"\n", b""))])
+                self.assertEqual(told.get("The trace", {}).get("lines", [0]), [text.count(b"\n") + (text[-1:] not in (b"\n", b""))])
                 self.assertLessEqual(sum(outcomes.values()), 11)
 
     def test_any_bytes_at_all_are_read_to_their_end_and_written_as_ascii(self):
@@ -180,18 +179,15 @@ class Cost(unittest.TestCase):
         ours, theirs = pty.openpty()
         with subprocess.Popen([READER], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=theirs) as reader:
             os.close(theirs)
-            for _ in range(3):
-                reader.stdin.write(some_queries(100))
-                reader.stdin.flush()
-                time.sleep(0.15)
+            reader.stdin.write(some_queries(10000))
             reader.stdin.close()
-            self.assertIn(b"300  all queries", reader.stdout.read())
+            self.assertIn(b"10,000  all queries", reader.stdout.read())
         drawn = ""
         with contextlib.suppress(OSError):  # how a terminal ends
             while True:
                 drawn += os.read(ours, 10000).decode()
         os.close(ours)
-        self.assertRegex(drawn, r"\r0 MB, \d MB/s ")
+        self.assertRegex(drawn, r"\r\[\] 8 MB")
         self.assertTrue(drawn.endswith("\r\x1b[K"), drawn)
 
 
