@@ -11,8 +11,8 @@
 #
 # dns_proxy_test_options(<target> [OPTIMIZED]): what everything that a test is made of is compiled
 # with. The code under test is optimised, the tests' own is not. GoogleTest is most of what a test's
-# compiler reads: it is read once, into the precompiled header of test_support. The preset macos does
-# without, and so shows that each file includes what it uses.
+# compiler reads: it is read once, into the precompiled header of test_support. The preset macos-arm64
+# does without, and so shows that each file includes what it uses.
 #
 # OPTIMIZED: the test's own code sets the pace, as where two threads meet at full speed.
 include(GoogleTest)
