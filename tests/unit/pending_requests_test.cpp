@@ -67,7 +67,9 @@ TEST_F(PendingRequestsTest, InsertRefusesATakenIdentifier) {
 
 TEST_F(PendingRequestsTest, RemoveGivesTheRecordOnce) {
   DnsRequest* const request = Insert(7);
+  EXPECT_EQ(requests_.count(7), 1U);
   EXPECT_EQ(requests_.Remove(7), request);
+  EXPECT_EQ(requests_.count(7), 0U);
   EXPECT_EQ(requests_.Remove(7), nullptr);
   EXPECT_EQ(requests_.Remove(60000), nullptr);
   delete request;
@@ -231,11 +233,17 @@ TEST_F(PendingRequestsTest, FindingARecordAgainKeepsIt) {
 
 TEST_F(PendingRequestsTest, PassOfAnotherTableDoesNotHoldThisOnesRecords) {
   PendingRequests other;
+  DnsRequest* const held = MakeRequest(8);
+  ASSERT_TRUE(other.Insert(held));
+  const FreeWatch watchOfHeld(*held);
   const FreeWatch watch(*Insert(7));
   const PendingRequests::Pass pass(other, Worker::kQuery);
+  ASSERT_NE(other.find(8), other.end());
   ASSERT_NE(Find(7), nullptr);
   OtherWorkerDeletes(7, Worker::kAnswer);
   EXPECT_EQ(watch.Count(), 1);
+  std::thread([&] { other.Free(other.Remove(8)); }).join();
+  EXPECT_EQ(watchOfHeld.Count(), 0) << "the pass has let go of what it holds in its own table";
 }
 
 TEST_F(PendingRequestsTest, WorkersThatMeetOnFewIdentifiersTearNothing) {
