@@ -45,7 +45,7 @@ void Host(const Options& options) {
   }
   CatchSignals();
   if (options.check) {
-    StatusListener{options.socket};  // gone again before the right to its folder is
+    { const StatusListener tried(options.socket); }  // gone before the right to its folder is
     DropRights(user);
     Log("info", "everything is in order");
     return;

@@ -18,9 +18,9 @@
 
 class Gate {
  public:
-  // The child's one gate, from the moment that `gate` is set here; null in every other process. Set
+  // The child's one gate, from the moment that it is set here; null in every other process. Set
   // before there are workers.
-  static inline Gate* gate = nullptr;
+  static inline Gate* current_ = nullptr;
 
   // `guarded`: false to keep away nothing but probes and to change nothing. `probe`: a query that
   // nobody but the parent can send. `workerEnded` is called on a worker's thread as that ends, and

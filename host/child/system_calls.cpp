@@ -48,12 +48,12 @@ extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags,
   std::optional<std::size_t> admitted;
   do {
     const ssize_t received = Receive(sock, buffer, size, flags, sender, senderLength);
-    if (received == -1 || Gate::gate == nullptr || sender == nullptr) {
+    if (received == -1 || Gate::current_ == nullptr || sender == nullptr) {
       return received;
     }
     sockaddr_in from = {};  // which is what the service's sockets receive from
     std::memcpy(&from, sender, std::min<std::size_t>(sizeof(from), *senderLength));
-    admitted = Gate::gate->Admit(
+    admitted = Gate::current_->Admit(
         sock, {static_cast<unsigned char*>(buffer), static_cast<std::size_t>(received)}, from);
     *senderLength = admitted ? *senderLength : room;
   } while (!admitted);
