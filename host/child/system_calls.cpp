@@ -42,6 +42,8 @@ ssize_t Receive(int sock, void* buffer, std::size_t size, int flags, sockaddr* s
 
 }  // namespace
 
+// The names in the system's declaration begin with underscores.
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
                             socklen_t* senderLength) {
   const socklen_t room = senderLength == nullptr ? 0 : *senderLength;
