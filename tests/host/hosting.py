@@ -27,6 +27,10 @@ import own_namespaces
 HOST = os.environ.get("DNS_PROXY_HOST", "")
 SANITIZED = bool(os.environ.get("SANITIZER"))
 
+# The program may be the one that is built for macOS: tests/macos runs it here.
+FOR_MACOS = bool(os.environ.get("DNS_PROXY_HOST_IS_FOR_MACOS"))
+linux_only = unittest.skipIf(FOR_MACOS, "only the program for Linux has it")
+
 # What a test waits for at the most, in seconds. Nothing here is a measurement.
 PATIENCE = 30
 

@@ -26,6 +26,7 @@ def statuses(process):
 
 
 class Rights(unittest.TestCase):
+    @hosting.linux_only
     def test_service_has_none_in_any_thread_and_cannot_gain_any(self):
         with Host(*NAMES) as host:
             host.serving()
@@ -47,6 +48,7 @@ class Rights(unittest.TestCase):
             wait_for(lambda: host.restarts() == 1 and host.answers(), "a restart")
             self.assertEqual({thread["CapEff"] for thread in statuses(host.child())}, {"0" * 16})
 
+    @hosting.linux_only
     def test_parent_keeps_what_it_takes_to_start_again(self):
         with Host(*NAMES) as host:
             host.serving()
@@ -57,6 +59,7 @@ class Rights(unittest.TestCase):
                 self.assertEqual(int(thread[mask], 16), 0, mask)
             self.assertEqual(thread["NoNewPrivs"], "1")
 
+    @hosting.linux_only
     def test_user_with_the_one_capability_is_enough_and_loses_it_in_the_service(self):
         if not hosting.has_all_users():
             self.skipTest("only root exists in this namespace")

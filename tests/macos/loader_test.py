@@ -112,14 +112,14 @@ class Loader(unittest.TestCase):
         done = self.run_program()
         self.assertEqual(done.stdout, "data 42 8 program\nmore\n", "up to there it has run")
         self.assertEqual(
-            done.stderr, "run_macos_program: _getdomainname is called, and nobody has written it\n"
+            done.stderr, "run_macos_program: _getdomainname is asked for, and nobody has written it\n"
         )
         self.assertEqual(done.returncode, 125)
 
     def test_an_import_can_be_taken_away(self):
         self.link()
         done = self.run_program("last", options=("--without", "_puts"))
-        self.assertIn("_puts is called, and nobody has written it", done.stderr)
+        self.assertIn("_puts is asked for, and nobody has written it", done.stderr)
         self.assertEqual(done.returncode, 125)
 
     def test_what_is_no_program_is_refused(self):

@@ -12,7 +12,8 @@ ExternalProject_Add(built_for_here
     -DCMAKE_BUILD_TYPE=RelWithDebInfo
     -Ddns_proxy_mac_DEVELOPER_MODE=ON
     -Ddns_proxy_mac_DEVELOPER_FOLDERS=tests
-  BUILD_COMMAND "${CMAKE_COMMAND}" --build . --target run_macos_program startup_tests client_test_host
+  BUILD_COMMAND "${CMAKE_COMMAND}" --build . --target
+    client_test_host killed_sending run_macos_program startup_tests
   BUILD_ALWAYS ON
   INSTALL_COMMAND "")
 
@@ -31,23 +32,28 @@ target_compile_options(macos_unwinder PRIVATE -funwind-tables
   $<$<COMPILE_LANGUAGE:CXX>:-std=c++17 -fno-exceptions -fno-rtti>)
 target_link_options(macos_unwinder PRIVATE -dylib)
 
-# runs_here(<target> [<option>...]): a script of the target's name, in the folder `runs`, that runs the
+# runs_here(<name> <target> [<option>...]): a script of that name, in the folder `runs`, that runs the
 # program with options of the loader's.
 set(runs "${CMAKE_CURRENT_BINARY_DIR}/runs")
-function(runs_here target)
+function(runs_here name target)
   string(JOIN " " options ${ARGN})
-  file(GENERATE OUTPUT "${runs}/${target}"
+  file(GENERATE OUTPUT "${runs}/${name}"
     CONTENT "#!/bin/sh
-exec '${here}/tests/macos/run/run_macos_program' --library '$<TARGET_FILE:macos_unwinder>' \
+exec '${here}/tests/macos/run/run_macos_program' --library '$<TARGET_FILE:macos_unwinder>' \\
   ${options} '$<TARGET_FILE:${target}>' \"$@\"
 "
-    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+      GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 endfunction()
 
 function(runs_test name)
-  cmake_parse_arguments(test "" "" "COMMAND;PROPERTIES" ${ARGN})
+  cmake_parse_arguments(test "" "" "COMMAND;ENVIRONMENT;PROPERTIES" ${ARGN})
   add_test(NAME macos.runs.${name} COMMAND ${test_COMMAND})
-  set_tests_properties(macos.runs.${name} PROPERTIES LABELS macos TIMEOUT 120 ${test_PROPERTIES})
+  set_tests_properties(macos.runs.${name} PROPERTIES
+    LABELS macos
+    TIMEOUT 300
+    ENVIRONMENT "${test_ENVIRONMENT}"
+    ${test_PROPERTIES})
 endfunction()
 
 # The loader itself: what it makes of a linker's work, and of macOS's rules.
@@ -60,31 +66,48 @@ add_executable(rules_test rules_test.cpp)
 dns_proxy_options(rules_test)
 target_link_libraries(rules_test PRIVATE GTest::gtest_main GTest::gtest)
 macos_floor(rules_test 10.12)
-runs_here(rules_test)
+runs_here(rules_test rules_test)
 runs_test(rules COMMAND "${runs}/rules_test")
 
 # One host of the service, for both systems.
 add_executable(client_test_host ../clients/client_test_host.cpp)
 dns_proxy_options(client_test_host)
 target_link_libraries(client_test_host PRIVATE dns_proxy)
-runs_here(client_test_host)
-runs_test(service
-  COMMAND Python3::Interpreter "${CMAKE_CURRENT_SOURCE_DIR}/service_test.py"
-    "${runs}/client_test_host" "${here}/tests/clients/client_test_host"
-  PROPERTIES SKIP_RETURN_CODE 77)
-
-set(skipped "\\[  SKIPPED \\]")
-
-# All unit tests, the guard's rules among them.
-foreach(target unit_tests unit_isolated_tests guard_agreement_test)
-  runs_here(${target})
-  runs_test(${target} COMMAND "${runs}/${target}"
-    PROPERTIES SKIP_REGULAR_EXPRESSION "${skipped}")
+runs_here(client_test_host client_test_host)
+# Before macOS 11 the system had nothing that checks a descriptor for FD_SET.
+runs_here(client_test_host_before_11 client_test_host --without ___darwin_check_fd_set_overflow)
+foreach(host client_test_host client_test_host_before_11)
+  runs_test(${host}
+    COMMAND Python3::Interpreter "${CMAKE_CURRENT_SOURCE_DIR}/service_test.py"
+      "${runs}/${host}" "${here}/tests/clients/client_test_host"
+    PROPERTIES SKIP_RETURN_CODE 77)
 endforeach()
 
+# The unit tests, and the guard's rules.
+foreach(target unit_tests guard_agreement_test)
+  runs_here(${target} ${target})
+  runs_test(${target} COMMAND "${runs}/${target}")
+endforeach()
+runs_here(unit_isolated_tests unit_isolated_tests)
+runs_test(unit_isolated_tests
+  COMMAND Python3::Interpreter "${CMAKE_CURRENT_SOURCE_DIR}/with_own_etc.py"
+    "${runs}/unit_isolated_tests"
+  PROPERTIES SKIP_RETURN_CODE 77)
+
 # The start-up step in a file system of its own: the tests of the label startup.
-runs_here(dns_proxy_mac)
+runs_here(dns_proxy_mac dns_proxy_mac)
 runs_test(startup COMMAND "${here}/tests/startup/startup_tests"
-  PROPERTIES
-    SKIP_REGULAR_EXPRESSION "${skipped}"
-    ENVIRONMENT "DNS_PROXY_MAC_PROGRAM=${runs}/dns_proxy_mac")
+  ENVIRONMENT "DNS_PROXY_MAC_PROGRAM=${runs}/dns_proxy_mac"
+  PROPERTIES SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+
+# dns_proxy_host, by the tests of the label host.
+runs_here(dns_proxy_host dns_proxy_host)
+foreach(name guard start supervision under_fire upstreams trace status rights)
+  runs_test(host.${name}
+    COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/tests/host/${name}_test.py" -v
+    ENVIRONMENT
+      "DNS_PROXY_HOST=${runs}/dns_proxy_host"
+      DNS_PROXY_HOST_IS_FOR_MACOS=yes
+      "KILLED_SENDING=${here}/tests/host/libkilled_sending.so"
+    PROPERTIES SKIP_RETURN_CODE 77)
+endforeach()

@@ -1,3 +1,4 @@
+#include <cxxabi.h>
 #include <dlfcn.h>
 #include <locale.h>
 #include <pthread.h>
@@ -27,12 +28,6 @@
 
 #include "tests/macos/run/imports.h"
 
-extern "C" {
-// The C++ library's hook for the destructors of thread-local objects, glibc's by that name.
-int __cxa_thread_atexit_impl(void (*destroy)(void*), void* object, void* library);
-int __cxa_atexit(void (*destroy)(void*), void* object, void* library);
-}
-
 namespace {
 
 // --- Streams ------------------------------------------------------------------------------------
@@ -54,6 +49,8 @@ int VPrintF(const char* format, std::va_list arguments) {
   return std::vfprintf(g_stdout, format, arguments);
 }
 
+int PutChar(int character) { return std::fputc(character, g_stdout); }
+
 int PutS(const char* line) {
   flockfile(g_stdout);
   const bool written = std::fputs(line, g_stdout) != EOF && std::fputc('\n', g_stdout) != EOF;
@@ -61,9 +58,7 @@ int PutS(const char* line) {
   return written ? 0 : EOF;
 }
 
-int PutChar(int character) { return std::fputc(character, g_stdout); }
-
-// A stream of functions: funopen's take and return int.
+// A stream of functions of the program's, which take and return int there.
 struct Functions {
   const void* cookie;
   int (*read)(const void*, char*, int);
@@ -71,19 +66,19 @@ struct Functions {
   int (*close)(const void*);
 };
 
-ssize_t ReadFunctions(void* stream, char* buffer, std::size_t size) {
+ssize_t CallRead(void* stream, char* buffer, std::size_t size) {
   const auto* const own = static_cast<const Functions*>(stream);
   return own->read(own->cookie, buffer, static_cast<int>(size));
 }
 
 // -1 is a failure there; here it is 0 that says so.
-ssize_t WriteFunctions(void* stream, const char* bytes, std::size_t size) {
+ssize_t CallWrite(void* stream, const char* bytes, std::size_t size) {
   const auto* const own = static_cast<const Functions*>(stream);
   const int written = own->write(own->cookie, bytes, static_cast<int>(size));
   return written == -1 ? 0 : written;
 }
 
-int CloseFunctions(void* stream) {
+int CallClose(void* stream) {
   const auto* const own = static_cast<const Functions*>(stream);
   const int result = own->close == nullptr ? 0 : own->close(own->cookie);
   delete own;
@@ -91,13 +86,14 @@ int CloseFunctions(void* stream) {
 }
 
 std::FILE* FunOpen(const void* cookie, int (*read)(const void*, char*, int),
-                   int (*write)(const void*, const char*, int),
-                   std::int64_t (* /*seek*/)(const void*, std::int64_t, int),
+                   int (*write)(const void*, const char*, int), const void* seek,
                    int (*close)(const void*)) {
-  const char* const mode = read == nullptr ? "w" : write == nullptr ? "r" : "r+";
-  return fopencookie(new Functions{cookie, read, write, close}, mode,
-                     {read == nullptr ? nullptr : ReadFunctions,
-                      write == nullptr ? nullptr : WriteFunctions, nullptr, CloseFunctions});
+  if (seek != nullptr || (read != nullptr && write != nullptr)) {
+    EndUnwritten("funopen for more than one way");
+  }
+  return fopencookie(new Functions{cookie, read, write, close}, read == nullptr ? "w" : "r",
+                     {read == nullptr ? nullptr : CallRead, write == nullptr ? nullptr : CallWrite,
+                      nullptr, CallClose});
 }
 
 int PClose(std::FILE* stream) { return MacWaitStatus(pclose(stream)); }
@@ -191,6 +187,7 @@ std::uint32_t Arc4Random() {
 }
 
 // Messages in other languages: there are none.
+// NOLINTNEXTLINE(performance-no-int-to-ptr): the value that says so
 void* CatOpen(const char* /*name*/, int /*flag*/) { return reinterpret_cast<void*>(-1); }
 
 // --- Regular expressions ------------------------------------------------------------------------
@@ -383,30 +380,25 @@ int VmDeallocate(int /*task*/, std::uintptr_t address, std::size_t size) {
 }
 
 void ThreadAtExit(void (*destroy)(void*), void* object) {
-  __cxa_thread_atexit_impl(destroy, object, &g_task);  // a place in this program, which stays
+  abi::__cxa_thread_atexit(destroy, object, &g_task);  // a place in this program, which stays
 }
 
 // --- What is the same ---------------------------------------------------------------------------
 
 constexpr char kSame[] =
-    "_exit abort access asprintf atoi calloc ceilf chdir chmod chown close closedir dup dup2 exit "
-    "fchmod fchown fclose fdopen feof ferror fflush fgetc fgets fileno flock fopen fork "
-    "fprintf fputc "
-    "fputs "
-    "fputwc fread free fseek fseeko fsync ftell ftello ftruncate fwrite getc getcwd getegid getenv "
-    "geteuid getgid getgrnam gethostname getpid getppid gettimeofday getuid getwc gmtime gmtime_r "
-    "inet_addr initgroups isatty link listen localtime localtime_r lseek malloc memchr memcmp "
-    "memcpy "
-    "memmove memset mkdir mkdtemp mkfifo mkstemp mktime munmap nanosleep nextafter perror pipe "
-    "popen posix_memalign pread "
-    "pthread_getspecific pthread_setspecific pwrite qsort read readlink realloc remove rename "
-    "rewind "
-    "rmdir sched_yield setegid setenv seteuid setgid setgroups setsid setuid setvbuf shutdown "
-    "sleep snprintf "
-    "sprintf sscanf strcasecmp strchr strcmp strcpy strcspn strdup strftime strlen strncasecmp "
-    "strncmp strncpy strrchr strspn strstr strtod strtok strtok_r strtol strtold strtoll strtoul "
-    "strtoull symlink time tmpfile tolower toupper ttyname umask ungetc ungetwc unlink unsetenv "
-    "usleep vfprintf vsnprintf wcslen wmemchr writev";
+    "abort access asprintf atoi calloc ceilf chdir chmod chown close closedir dup dup2 _exit "
+    "exit fchmod fchown fclose fdopen feof ferror fflush fgetc fgets fileno flock fopen fork "
+    "fprintf fputc fputs fputwc fread free fseek fseeko fsync ftell ftello ftruncate fwrite getc "
+    "getcwd getegid getenv geteuid getgid getgrnam gethostname getpid getppid gettimeofday "
+    "getuid getwc gmtime gmtime_r inet_addr initgroups isatty link listen localtime localtime_r "
+    "lseek malloc memchr memcmp memcpy memmove memset mkdir mkdtemp mkfifo mkstemp mktime munmap "
+    "nanosleep nextafter perror pipe poll popen posix_memalign pread pthread_getspecific "
+    "pthread_setspecific pwrite qsort read readlink realloc remove rename rewind rmdir "
+    "sched_yield setegid setenv seteuid setgid setgroups setsid setuid setvbuf shutdown sleep "
+    "snprintf socketpair sprintf sscanf strcasecmp strchr strcmp strcpy strcspn strdup strftime "
+    "strlen strncasecmp strncmp strncpy strrchr strspn strstr strtod strtok strtok_r strtol "
+    "strtold strtoll strtoul strtoull symlink time tmpfile tolower toupper ttyname umask ungetc "
+    "ungetwc unlink unsetenv usleep vfprintf vsnprintf wcslen wmemchr writev";
 
 // The same but for a locale behind the other arguments.
 constexpr char kSameWithLocale[] =
@@ -416,63 +408,30 @@ constexpr char kSameWithLocale[] =
 }  // namespace
 
 void AddLibrary(Imports& imports) {
-  const std::pair<const char*, const void*> functions[] = {
-      {"___stdinp", &g_stdin},
-      {"___stdoutp", &g_stdout},
-      {"___stderrp", &g_stderr},
-      {"__DefaultRuneLocale", &g_runeLocale},
-      {"_mach_task_self_", &g_task},
-      {"_printf", Function(PrintF)},
-      {"_vprintf", Function(VPrintF)},
-      {"_puts", Function(PutS)},
-      {"_putchar", Function(PutChar)},
-      {"_funopen", Function(FunOpen)},
-      {"_pclose", Function(PClose)},
-      {"_system", Function(System)},
-      {"_strerror", Function(StrError)},
-      {"_strerror_r", Function(StrErrorR)},
-      {"___maskrune", Function(MaskRune)},
-      {"___maskrune_l", Function(MaskRune)},
-      {"___tolower", Function(tolower)},
-      {"___toupper", Function(toupper)},
-      {"____mb_cur_max_l", Function(BytesOfACharacter)},
-      {"_freelocale", Function(FreeLocale)},
-      {"_snprintf_l", Function(SnPrintFL)},
-      {"_asprintf_l", Function(AsPrintFL)},
-      {"_sscanf_l", Function(SScanFL)},
-      {"_catopen", Function(CatOpen)},
-      {"___bzero", Function(BZero)},
-      {"_arc4random", Function(Arc4Random)},
-      {"_regcomp", Function(RegComp)},
-      {"_regexec", Function(RegExec)},
-      {"_regfree", Function(RegFree)},
-      {"_clock_gettime", Function(ClockGetTime)},
-      {"_pthread_mutex_init", Function(MutexInit)},
-      {"_pthread_mutex_destroy", Function(DestroyRecord<pthread_mutex_t, pthread_mutex_destroy>)},
-      {"_pthread_mutex_lock", Function(OnRecord<pthread_mutex_t, pthread_mutex_lock>)},
-      {"_pthread_mutex_trylock", Function(OnRecord<pthread_mutex_t, pthread_mutex_trylock>)},
-      {"_pthread_mutex_unlock", Function(OnRecord<pthread_mutex_t, pthread_mutex_unlock>)},
-      {"_pthread_cond_destroy", Function(DestroyRecord<pthread_cond_t, pthread_cond_destroy>)},
-      {"_pthread_cond_broadcast", Function(OnRecord<pthread_cond_t, pthread_cond_broadcast>)},
-      {"_pthread_cond_wait", Function(CondWait)},
-      {"_pthread_cond_timedwait", Function(CondTimedWait)},
-      {"_pthread_rwlock_rdlock", Function(OnRecord<pthread_rwlock_t, pthread_rwlock_rdlock>)},
-      {"_pthread_rwlock_wrlock", Function(OnRecord<pthread_rwlock_t, pthread_rwlock_wrlock>)},
-      {"_pthread_rwlock_unlock", Function(OnRecord<pthread_rwlock_t, pthread_rwlock_unlock>)},
-      {"_pthread_once", Function(CallOnce)},
-      {"_pthread_key_create", Function(KeyCreate)},
-      {"_pthread_key_delete", Function(KeyDelete)},
-      {"_pthread_equal", Function(EqualThreads)},
-      {"_pthread_create", Function(CreateThread)},
-      {"_pthread_join", Function(JoinThread)},
-      {"_pthread_detach", Function(DetachThread)},
-      {"_pthread_self", Function(Self)},
-      {"_pthread_mach_thread_np", Function(MachThread)},
-      {"_task_threads", Function(TaskThreads)},
-      {"_vm_deallocate", Function(VmDeallocate)},
-      {"___cxa_atexit", Function(__cxa_atexit)},
-      {"__tlv_atexit", Function(ThreadAtExit)}};
-  imports.insert(std::begin(functions), std::end(functions));
+  Add(imports, "___stdinp", &g_stdin, "___stdoutp", &g_stdout, "___stderrp", &g_stderr,
+      "__DefaultRuneLocale", &g_runeLocale, "_mach_task_self_", &g_task, "_printf", PrintF,
+      "_vprintf", VPrintF, "_putchar", PutChar, "_puts", PutS, "_funopen", FunOpen, "_pclose",
+      PClose, "_system", System, "_strerror", StrError, "_strerror_r", StrErrorR, "___maskrune",
+      MaskRune, "___maskrune_l", MaskRune, "___tolower", tolower, "___toupper", toupper,
+      "____mb_cur_max_l", BytesOfACharacter, "_freelocale", FreeLocale, "_snprintf_l", SnPrintFL,
+      "_asprintf_l", AsPrintFL, "_sscanf_l", SScanFL, "_catopen", CatOpen, "___bzero", BZero,
+      "_arc4random", Arc4Random, "_regcomp", RegComp, "_regexec", RegExec, "_regfree", RegFree,
+      "_clock_gettime", ClockGetTime, "_pthread_mutex_init", MutexInit, "_pthread_mutex_destroy",
+      DestroyRecord<pthread_mutex_t, pthread_mutex_destroy>, "_pthread_mutex_lock",
+      OnRecord<pthread_mutex_t, pthread_mutex_lock>, "_pthread_mutex_trylock",
+      OnRecord<pthread_mutex_t, pthread_mutex_trylock>, "_pthread_mutex_unlock",
+      OnRecord<pthread_mutex_t, pthread_mutex_unlock>, "_pthread_cond_destroy",
+      DestroyRecord<pthread_cond_t, pthread_cond_destroy>, "_pthread_cond_broadcast",
+      OnRecord<pthread_cond_t, pthread_cond_broadcast>, "_pthread_cond_wait", CondWait,
+      "_pthread_cond_timedwait", CondTimedWait, "_pthread_rwlock_rdlock",
+      OnRecord<pthread_rwlock_t, pthread_rwlock_rdlock>, "_pthread_rwlock_wrlock",
+      OnRecord<pthread_rwlock_t, pthread_rwlock_wrlock>, "_pthread_rwlock_unlock",
+      OnRecord<pthread_rwlock_t, pthread_rwlock_unlock>, "_pthread_once", CallOnce,
+      "_pthread_key_create", KeyCreate, "_pthread_key_delete", KeyDelete, "_pthread_equal",
+      EqualThreads, "_pthread_create", CreateThread, "_pthread_join", JoinThread, "_pthread_detach",
+      DetachThread, "_pthread_self", Self, "_pthread_mach_thread_np", MachThread, "_task_threads",
+      TaskThreads, "_vm_deallocate", VmDeallocate, "___cxa_atexit", abi::__cxa_atexit,
+      "__tlv_atexit", ThreadAtExit);
 
   std::string name;
   for (std::istringstream names(kSame); names >> name;) {

@@ -15,10 +15,16 @@
 // By the name in the program's import table, underscore included.
 using Imports = std::map<std::string, const void*>;
 
-template <typename T>
-const void* Function(T* function) {
-  return reinterpret_cast<const void*>(function);
+// Names and what they stand for, in turn.
+inline void Add(Imports& /*imports*/) {}
+template <typename T, typename... Rest>
+void Add(Imports& imports, const char* name, T* what, Rest... rest) {
+  imports.emplace(name, reinterpret_cast<const void*>(what));
+  Add(imports, rest...);
 }
+
+// Ends the run: a program asks for something that nobody has written.
+[[noreturn]] void EndUnwritten(const char* what);
 
 // Files, sockets, signals and processes.
 void AddSystemCalls(Imports& imports);

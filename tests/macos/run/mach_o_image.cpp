@@ -75,6 +75,14 @@ std::uint64_t ReadVariable(const std::byte*& at) {
   }
 }
 
+std::uint64_t ReadSigned(const std::byte*& at) {
+  const std::byte* const begin = at;
+  const std::uint64_t value = ReadVariable(at);
+  const auto bits = static_cast<unsigned>(7 * (at - begin));
+  const bool negative = (std::to_integer<unsigned>(at[-1]) & 0x40) != 0;
+  return negative && bits < 64 ? value | ~std::uint64_t{0} << bits : value;
+}
+
 // Addresses are reckoned with as numbers; here one becomes a pointer.
 template <typename T>
 T* PointerTo(std::uintptr_t address) {
@@ -209,8 +217,9 @@ std::byte* MachOImage::InMemory(std::uint64_t linkedAddress) const {
 
 void MachOImage::Bind(const Lookup& lookup) {
   lookup_ = lookup;
-  Rebase(rebases_);
-  RunBinds(binds_);
+  const std::byte* const file = contents_.data();
+  Run(Kind::kRebases, file + rebases_.offset, file + rebases_.offset + rebases_.size);
+  Run(Kind::kBinds, file + binds_.offset, file + binds_.offset + binds_.size);
   if (chains_.size != 0) {
     FollowChains(chains_);
   }
@@ -225,128 +234,89 @@ void MachOImage::Bind(const Lookup& lookup) {
   }
 }
 
-// A little program: the upper four bits of each byte are what to do, the lower four a number.
-void MachOImage::Rebase(Table table) const {
-  const std::byte* at = contents_.data() + table.offset;
-  const std::byte* const end = at + table.size;
-  std::uintptr_t place = 0;
-  const auto rebase = [&](std::uint64_t times, std::uint64_t skip) {
-    for (; times > 0; --times, place += sizeof(void*) + skip) {
-      *PointerTo<std::uintptr_t>(place) += slide_;
-    }
-  };
-  while (at < end) {
-    const auto byte = std::to_integer<unsigned>(*at++);
-    const unsigned number = byte & 0x0F;
-    switch (byte & 0xF0) {
-      case 0x00:  // done
-      case 0x10:  // the kind: always a pointer
-        break;
-      case 0x20:
-        place = segments_.at(number).address + ReadVariable(at);
-        break;
-      case 0x30:
-        place += ReadVariable(at);
-        break;
-      case 0x40:
-        place += number * sizeof(void*);
-        break;
-      case 0x50:
-        rebase(number, 0);
-        break;
-      case 0x60:
-        rebase(ReadVariable(at), 0);
-        break;
-      case 0x70:
-        rebase(1, ReadVariable(at));
-        break;
-      case 0x80: {
-        const std::uint64_t times = ReadVariable(at);
-        rebase(times, ReadVariable(at));
-        break;
-      }
-      default:
-        throw std::runtime_error(path_ + ": an unknown kind of rebase");
-    }
-  }
-}
-
-void MachOImage::RunBinds(Table table) const {
-  const std::byte* const begin = contents_.data() + table.offset;
-  RunBindsFrom(begin, begin + table.size, true);
-}
-
-const void* MachOImage::RunBindsFrom(const std::byte* at, const std::byte* end, bool all) const {
+// A table is a little program: the upper four bits of each byte are what to do, the lower four a
+// number. Both kinds of table move a place along and fill it in; a bind's names are kept between.
+const void* MachOImage::Run(Kind kind, const std::byte* at, const std::byte* end) const {
   std::uintptr_t place = 0;
   std::uint64_t addend = 0;
-  const void* bound = nullptr;
   std::string name;
   bool weak = false;
-  const auto bind = [&](std::uint64_t times, std::uint64_t skip) {
-    bound = lookup_(name, weak);
+  const auto fill = [&](std::uint64_t times, std::uint64_t skip) {
+    const void* const bound = kind == Kind::kRebases ? nullptr : lookup_(name, weak);
     for (; times > 0; --times, place += sizeof(void*) + skip) {
-      *PointerTo<std::uintptr_t>(place) = reinterpret_cast<std::uintptr_t>(bound) + addend;
+      auto& pointer = *PointerTo<std::uintptr_t>(place);
+      pointer = kind == Kind::kRebases ? pointer + slide_
+                                       : reinterpret_cast<std::uintptr_t>(bound) + addend;
     }
+    return bound;
   };
   while (at < end) {
     const auto byte = std::to_integer<unsigned>(*at++);
     const unsigned number = byte & 0x0F;
-    switch (byte & 0xF0) {
-      case 0x00:  // done; in the table of lazy binds, with one name
-      case 0x10:  // the library, by its number: there is one
-      case 0x30:
-      case 0x50:  // the kind: always a pointer
+    std::uint64_t times = 0;
+    switch ((byte & 0xF0) | (kind == Kind::kRebases ? 0 : 0x100)) {
+      case 0x000:  // done; in the table of lazy binds, with one name
+      case 0x100:
+      case 0x010:  // the kind: always a pointer
+      case 0x150:
+      case 0x110:  // the library, by its number: there is one
+      case 0x130:
         break;
-      case 0x20:
+      case 0x120:
         ReadVariable(at);
         break;
-      case 0x40:
+      case 0x140:
         weak = (number & 1) != 0;
         name = reinterpret_cast<const char*>(at);
         at += name.size() + 1;
         break;
-      case 0x60: {
-        const std::byte* const begin = at;
-        addend = ReadVariable(at);
-        const auto bits = static_cast<unsigned>(7 * (at - begin));
-        if (bits < 64 && (std::to_integer<unsigned>(at[-1]) & 0x40) != 0) {
-          addend |= ~std::uint64_t{0} << bits;  // negative
-        }
+      case 0x160:
+        addend = ReadSigned(at);
         break;
-      }
-      case 0x70:
+      case 0x020:
+      case 0x170:
         place = segments_.at(number).address + ReadVariable(at);
         break;
-      case 0x80:
+      case 0x030:
+      case 0x180:
         place += ReadVariable(at);
         break;
-      case 0x90:
-        bind(1, 0);
-        if (!all) {
+      case 0x040:
+        place += number * sizeof(void*);
+        break;
+      case 0x050:
+        fill(number, 0);
+        break;
+      case 0x060:
+        fill(ReadVariable(at), 0);
+        break;
+      case 0x190:
+        if (const void* const bound = fill(1, 0); kind == Kind::kOneBind) {
           return bound;
         }
         break;
-      case 0xA0:
-        bind(1, ReadVariable(at));
+      case 0x070:
+      case 0x1A0:
+        fill(1, ReadVariable(at));
         break;
-      case 0xB0:
-        bind(1, number * sizeof(void*));
+      case 0x1B0:
+        fill(1, number * sizeof(void*));
         break;
-      case 0xC0: {
-        const std::uint64_t times = ReadVariable(at);
-        bind(times, ReadVariable(at));
+      case 0x080:
+      case 0x1C0:
+        times = ReadVariable(at);
+        fill(times, ReadVariable(at));
         break;
-      }
       default:
-        throw std::runtime_error(path_ + ": an unknown kind of bind");
+        throw std::runtime_error(path_ + ": an unknown kind of rebase or bind");
     }
   }
-  return bound;
+  return nullptr;
 }
 
 const void* MachOImage::BindAtFirstCall(std::uint64_t lazyOffset) {
   const std::byte* const table = contents_.data() + lazyBinds_.offset;
-  return RunBindsFrom(table + lazyOffset, table + lazyBinds_.size, false);
+  return Run(Kind::kOneBind, table + lazyOffset, table + lazyBinds_.size);
 }
 
 // Each pointer says how many steps of four bytes it is to the next one of its page.
@@ -472,32 +442,14 @@ MachOImage* MachOImage::At(const void* address) {
 // as it was, but the one with the result. FXSAVE keeps the vector registers; nothing here was
 // compiled for wider ones.
 asm(R"(
-.macro CALL_KEEPING_REGISTERS function
-  pushq %rbp
-  movq %rsp, %rbp
-  pushq %rax
-  pushq %rcx
-  pushq %rdx
-  pushq %rsi
-  pushq %rdi
-  pushq %r8
-  pushq %r9
-  pushq %r10
-  subq $512, %rsp
-  andq $-16, %rsp
-  fxsave64 (%rsp)
+.macro CALL_KEEPING_REGISTERS function  # its result in r11, which is not kept
+  pushq %rbp; movq %rsp, %rbp
+  pushq %rax; pushq %rcx; pushq %rdx; pushq %rsi; pushq %rdi; pushq %r8; pushq %r9; pushq %r10
+  subq $512, %rsp; andq $-16, %rsp; fxsave64 (%rsp)
   call \function
   movq %rax, %r11
-  fxrstor64 (%rsp)
-  leaq -64(%rbp), %rsp
-  popq %r10
-  popq %r9
-  popq %r8
-  popq %rdi
-  popq %rsi
-  popq %rdx
-  popq %rcx
-  popq %rax
+  fxrstor64 (%rsp); leaq -64(%rbp), %rsp
+  popq %r10; popq %r9; popq %r8; popq %rdi; popq %rsi; popq %rdx; popq %rcx; popq %rax
   popq %rbp
 .endm
 
@@ -512,14 +464,10 @@ ThreadLocalAccessor:
 
 .globl BindingStub  # on the stack: an address in the image, the place in its table of lazy binds
 BindingStub:
-  movq (%rsp), %r11
-  pushq %rdi
-  pushq %rsi
-  movq %r11, %rdi
-  movq 24(%rsp), %rsi
+  pushq %rdi; pushq %rsi
+  movq 16(%rsp), %rdi; movq 24(%rsp), %rsi
   CALL_KEEPING_REGISTERS AddressAtFirstCall
-  popq %rsi
-  popq %rdi
+  popq %rsi; popq %rdi
   addq $16, %rsp
   jmpq *%r11
 )");

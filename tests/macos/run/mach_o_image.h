@@ -73,10 +73,9 @@ class MachOImage {
   void ReadCommands();
   void MapSegment(const std::byte* command);
   void ReadSymbols(Table symbols, Table names);
-  void Rebase(Table table) const;
-  void RunBinds(Table table) const;
-  // One bind of the table from `at` on, to the end if `all`. The last address that was bound.
-  const void* RunBindsFrom(const std::byte* at, const std::byte* end, bool all) const;
+  // Runs a table from `at` on; kOneBind to its first bind, whose address it returns.
+  enum class Kind { kRebases, kBinds, kOneBind };
+  const void* Run(Kind kind, const std::byte* at, const std::byte* end) const;
   void FollowChains(Table table) const;
   void PrepareThreadLocals();
   std::byte* InMemory(std::uint64_t linkedAddress) const;

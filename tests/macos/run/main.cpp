@@ -34,14 +34,18 @@ namespace {
 
 constexpr int kExitUnwritten = 125;
 
+}  // namespace
+
+void EndUnwritten(const char* what) {
+  dprintf(STDERR_FILENO, "run_macos_program: %s is asked for, and nobody has written it\n", what);
+  _exit(kExitUnwritten);
+}
+
+namespace {
+
 Imports g_imports;
 std::set<std::string> g_without;
 std::vector<MachOImage*> g_libraries;
-
-[[noreturn]] void EndForMissing(const char* name) {
-  dprintf(STDERR_FILENO, "run_macos_program: %s is called, and nobody has written it\n", name);
-  _exit(kExitUnwritten);
-}
 
 // A function that ends the run with `name`.
 const void* Missing(const std::string& name) {
@@ -51,10 +55,10 @@ const void* Missing(const std::string& name) {
   if (page == MAP_FAILED) {
     throw std::runtime_error("no room for a missing import");
   }
-  // movabs $name, %rdi; movabs $EndForMissing, %rax; jmp *%rax
+  // movabs $name, %rdi; movabs $EndUnwritten, %rax; jmp *%rax
   auto* const code = static_cast<unsigned char*>(page);
   const char* const kept = strdup(name.c_str());
-  const void* const end = Function(EndForMissing);
+  void (*const end)(const char*) = EndUnwritten;
   std::memcpy(code, "\x48\xBF", 2);
   std::memcpy(code + 2, &kept, 8);
   std::memcpy(code + 10, "\x48\xB8", 2);
@@ -110,16 +114,10 @@ bool FindUnwindSections(const void* address, UnwindSections* sections) {
 void RegisterForRemoval(const void* /*function*/) {}
 
 void AddLoader(Imports& imports) {
-  imports.insert({
-      {"dyld_stub_binder", Function(BindingStub)},
-      {"__tlv_bootstrap", Function(ThreadLocalAccessor)},
-      {"__NSGetArgc", Function(ArgumentCount)},
-      {"__NSGetArgv", Function(Arguments)},
-      {"_dlsym", Function(DlSym)},
-      {"_dlopen", Function(DlOpen)},
-      {"__dyld_find_unwind_sections", Function(FindUnwindSections)},
-      {"__dyld_register_func_for_remove_image", Function(RegisterForRemoval)},
-  });
+  Add(imports, "dyld_stub_binder", BindingStub, "__tlv_bootstrap", ThreadLocalAccessor,
+      "__NSGetArgc", ArgumentCount, "__NSGetArgv", Arguments, "_dlsym", DlSym, "_dlopen", DlOpen,
+      "__dyld_find_unwind_sections", FindUnwindSections, "__dyld_register_func_for_remove_image",
+      RegisterForRemoval);
 }
 
 }  // namespace

@@ -1,14 +1,11 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <pwd.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,8 +16,6 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
-#include <new>
 #include <utility>
 #include <vector>
 
@@ -48,17 +43,18 @@ int ToLinux(const Pair (&pairs)[N], int mac, int otherwise) {
   return found == pairs + N ? otherwise : found->linux;
 }
 
-// Bits of `flags` by the table; false if there is one that is not in it.
+// Bits of `flags` by the table. One that is not in it ends the run.
 template <std::size_t N>
-bool FlagsToLinux(const Pair (&pairs)[N], int flags, int& result) {
-  result = 0;
+int FlagsToLinux(const Pair (&pairs)[N], int flags) {
+  int result = 0;
   for (const Pair& pair : pairs) {
-    if ((flags & pair.mac) != 0) {
-      result |= pair.linux;
-      flags &= ~pair.mac;
-    }
+    result |= (flags & pair.mac) != 0 ? pair.linux : 0;
+    flags &= ~pair.mac;
   }
-  return flags == 0;
+  if (flags != 0) {
+    EndUnwritten("a flag");
+  }
+  return result;
 }
 
 template <std::size_t N>
@@ -102,9 +98,7 @@ constexpr Pair kMessageFlags[] = {{0x1, MSG_OOB},       {0x2, MSG_PEEK},        
 
 constexpr int kMacSocketLevel = 0xFFFF;
 constexpr Pair kSocketOptions[] = {
-    {0x4, SO_REUSEADDR}, {0x8, SO_KEEPALIVE}, {0x20, SO_BROADCAST},  {0x200, SO_REUSEPORT},
-    {0x1001, SO_SNDBUF}, {0x1002, SO_RCVBUF}, {0x1005, SO_SNDTIMEO}, {0x1006, SO_RCVTIMEO},
-    {0x1007, SO_ERROR},  {0x1008, SO_TYPE}};
+    {0x4, SO_REUSEADDR}, {0x20, SO_BROADCAST}, {0x1001, SO_SNDBUF}, {0x1002, SO_RCVBUF}};
 
 int Fail(int error) {
   errno = error;
@@ -218,10 +212,6 @@ int Socket(int family, int type, int protocol) {
   return known == -1 ? Fail(EAFNOSUPPORT) : socket(known, type, protocol);
 }
 
-int SocketPair(int family, int type, int protocol, int* ends) {
-  return socketpair(ToLinux(kFamilies, family, -1), type, protocol, ends);
-}
-
 int Bind(int sock, const void* address, socklen_t length) {
   Address linux;
   return FromMac(sock, address, length, linux) ? bind(sock, linux.get(), linux.length) : -1;
@@ -255,12 +245,9 @@ int GetSockName(int sock, void* address, socklen_t* room) {
 }
 
 ssize_t RecvFrom(int sock, void* buffer, std::size_t size, int flags, void* from, socklen_t* room) {
-  int known = 0;
-  return !FlagsToLinux(kMessageFlags, flags, known)
-             ? Fail(EINVAL)
-             : WithAddress(from, room, [&](sockaddr* to, socklen_t* length) {
-                 return recvfrom(sock, buffer, size, known, to, length);
-               });
+  return WithAddress(from, room, [&](sockaddr* to, socklen_t* length) {
+    return recvfrom(sock, buffer, size, FlagsToLinux(kMessageFlags, flags), to, length);
+  });
 }
 
 ssize_t Recv(int sock, void* buffer, std::size_t size, int flags) {
@@ -269,11 +256,8 @@ ssize_t Recv(int sock, void* buffer, std::size_t size, int flags) {
 
 ssize_t SendTo(int sock, const void* bytes, std::size_t size, int flags, const void* to,
                socklen_t length) {
-  int known = 0;
+  const int known = FlagsToLinux(kMessageFlags, flags);
   Address linux;
-  if (!FlagsToLinux(kMessageFlags, flags, known)) {
-    return Fail(EINVAL);
-  }
   if (to == nullptr) {
     return send(sock, bytes, size, known);
   }
@@ -357,42 +341,32 @@ void ControlToMac(msghdr& linux, MacMessage& message) {
 ssize_t SendMsg(int sock, const MacMessage* message, int flags) {
   Address to;
   std::vector<char> control;
-  int known = 0;
-  if (!FlagsToLinux(kMessageFlags, flags, known)) {
-    return Fail(EINVAL);
-  }
   if ((message->name != nullptr && !FromMac(sock, message->name, message->nameLength, to)) ||
       !ControlToLinux(*message, control)) {
     return -1;
   }
-  const msghdr linux = {message->name == nullptr ? nullptr : to.get(),
-                        to.length,
-                        message->parts,
-                        static_cast<std::size_t>(message->partCount),
-                        control.empty() ? nullptr : control.data(),
-                        control.size(),
-                        0};
-  return sendmsg(sock, &linux, known);
+  msghdr linux = {};
+  linux.msg_name = message->name == nullptr ? nullptr : to.get();
+  linux.msg_namelen = to.length;
+  linux.msg_iov = message->parts;
+  linux.msg_iovlen = static_cast<std::size_t>(message->partCount);
+  linux.msg_control = control.data();
+  linux.msg_controllen = control.size();
+  return sendmsg(sock, &linux, FlagsToLinux(kMessageFlags, flags));
 }
 
 ssize_t RecvMsg(int sock, MacMessage* message, int flags) {
-  int known = 0;
-  if (!FlagsToLinux(kMessageFlags, flags, known)) {
-    return Fail(EINVAL);
-  }
   // Twice the room: a head is longer here.
   alignas(cmsghdr) std::array<char, 1024> control;
   Address from;
-  msghdr linux = {from.get(),
-                  sizeof(from.linux),
-                  message->parts,
-                  static_cast<std::size_t>(message->partCount),
-                  control.data(),
-                  message->controlLength == 0
-                      ? 0
-                      : std::min(control.size(), std::size_t{message->controlLength} * 2),
-                  0};
-  const ssize_t size = recvmsg(sock, &linux, known);
+  msghdr linux = {};
+  linux.msg_name = from.get();
+  linux.msg_namelen = sizeof(from.linux);
+  linux.msg_iov = message->parts;
+  linux.msg_iovlen = static_cast<std::size_t>(message->partCount);
+  linux.msg_control = control.data();
+  linux.msg_controllen = std::min(control.size(), std::size_t{message->controlLength} * 2);
+  const ssize_t size = recvmsg(sock, &linux, FlagsToLinux(kMessageFlags, flags));
   if (size != -1) {
     message->flags = FlagsToMac(kMessageFlags, linux.msg_flags);
     from.length = linux.msg_namelen;
@@ -402,6 +376,16 @@ ssize_t RecvMsg(int sock, MacMessage* message, int flags) {
   return size;
 }
 
+int SetSockOpt(int sock, int level, int option, const void* value, socklen_t size) {
+  const int known = level == kMacSocketLevel ? ToLinux(kSocketOptions, option, -1) : -1;
+  if (known == -1) {
+    EndUnwritten("an option of setsockopt");
+  }
+  return setsockopt(sock, SOL_SOCKET, known, value, size);
+}
+
+// --- Waiting ------------------------------------------------------------------------------------
+
 // Sixteen bytes there too, but the microseconds are 32 bits and the rest may hold anything.
 struct MacTime {
   std::int64_t seconds;
@@ -409,35 +393,6 @@ struct MacTime {
 
   timeval linux() const { return {seconds, microseconds}; }
 };
-
-int SetSockOpt(int sock, int level, int option, const void* value, socklen_t size) {
-  if (level != kMacSocketLevel) {
-    return setsockopt(sock, level, option, value, size);
-  }
-  const int known = ToLinux(kSocketOptions, option, -1);
-  if (known == SO_RCVTIMEO || known == SO_SNDTIMEO) {
-    const timeval time = static_cast<const MacTime*>(value)->linux();
-    return setsockopt(sock, SOL_SOCKET, known, &time, sizeof(time));
-  }
-  return known == -1 ? Fail(ENOPROTOOPT) : setsockopt(sock, SOL_SOCKET, known, value, size);
-}
-
-int GetSockOpt(int sock, int level, int option, void* value, socklen_t* size) {
-  if (level != kMacSocketLevel) {
-    return getsockopt(sock, level, option, value, size);
-  }
-  const int known = ToLinux(kSocketOptions, option, -1);
-  if (known == -1) {
-    return Fail(ENOPROTOOPT);
-  }
-  const int result = getsockopt(sock, SOL_SOCKET, known, value, size);
-  if (result == 0 && known == SO_ERROR) {
-    *static_cast<int*>(value) = MacError(*static_cast<int*>(value));
-  }
-  return result;
-}
-
-// --- Waiting ------------------------------------------------------------------------------------
 
 // The sets are the same: bit 0 of the first byte is descriptor 0, 1,024 in all.
 int Select(int count, fd_set* readable, fd_set* writable, fd_set* failed, const MacTime* timeout) {
@@ -458,10 +413,6 @@ int PSelect(int count, fd_set* readable, fd_set* writable, fd_set* failed, const
                                       mask == nullptr ? nullptr : &signals);
 }
 
-int Poll(pollfd* descriptors, unsigned count, int milliseconds) {
-  return poll(descriptors, count, milliseconds);
-}
-
 // FD_SET and FD_ISSET ask it. 1: the descriptor has a place in a set.
 int CheckSetOverflow(int descriptor, const void* /*set*/, int unlimited) {
   if (descriptor >= 0 && (descriptor < FD_SETSIZE || unlimited != 0)) {
@@ -478,8 +429,7 @@ int Open(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = (flags & 0x200) != 0 ? va_arg(arguments, mode_t) : 0;
   va_end(arguments);
-  int known = 0;
-  return FlagsToLinux(kOpenFlags, flags, known) ? open(path, known, mode) : Fail(EINVAL);
+  return open(path, FlagsToLinux(kOpenFlags, flags), mode);
 }
 
 int FCntl(int descriptor, int command, ...) {
@@ -494,9 +444,7 @@ int FCntl(int descriptor, int command, ...) {
       flags = fcntl(descriptor, F_GETFL);
       return flags == -1 ? -1 : FlagsToMac(kOpenFlags, flags);
     case F_SETFL:
-      return FlagsToLinux(kOpenFlags, static_cast<int>(argument), flags)
-                 ? fcntl(descriptor, F_SETFL, flags)
-                 : Fail(EINVAL);
+      return fcntl(descriptor, F_SETFL, FlagsToLinux(kOpenFlags, static_cast<int>(argument)));
     case F_DUPFD:
     case F_GETFD:
     case F_SETFD:
@@ -504,7 +452,7 @@ int FCntl(int descriptor, int command, ...) {
     case 67:
       return fcntl(descriptor, F_DUPFD_CLOEXEC, static_cast<int>(argument));
     default:
-      return Fail(EINVAL);
+      EndUnwritten("a command of fcntl");
   }
 }
 
@@ -535,49 +483,34 @@ struct MacStat {
   std::uint64_t file;
   std::uint32_t user, group;
   std::int32_t special;
-  timespec accessed, modified, changed, born;
+  timespec times[4];  // accessed, modified, changed, born
   std::int64_t size, blocks;
   std::int32_t blockSize;
-  std::uint32_t flags, generation, spare[5];
+  std::uint32_t rest[7] = {};
 };
 static_assert(sizeof(MacStat) == 144 && offsetof(MacStat, size) == 96);
 
 int ToMac(int result, const struct stat& linux, MacStat* mac) {
   if (result == 0) {
-    *mac = {static_cast<std::int32_t>(linux.st_dev),
-            static_cast<std::uint16_t>(linux.st_mode),
-            static_cast<std::uint16_t>(linux.st_nlink),
-            linux.st_ino,
-            linux.st_uid,
-            linux.st_gid,
-            static_cast<std::int32_t>(linux.st_rdev),
-            linux.st_atim,
-            linux.st_mtim,
-            linux.st_ctim,
-            linux.st_ctim,
-            linux.st_size,
-            linux.st_blocks,
-            static_cast<std::int32_t>(linux.st_blksize),
-            0,
-            0,
-            {}};
+    *mac = {.device = static_cast<std::int32_t>(linux.st_dev),
+            .mode = static_cast<std::uint16_t>(linux.st_mode),
+            .links = static_cast<std::uint16_t>(linux.st_nlink),
+            .file = linux.st_ino,
+            .user = linux.st_uid,
+            .group = linux.st_gid,
+            .special = static_cast<std::int32_t>(linux.st_rdev),
+            .times = {linux.st_atim, linux.st_mtim, linux.st_ctim, linux.st_ctim},
+            .size = linux.st_size,
+            .blocks = linux.st_blocks,
+            .blockSize = static_cast<std::int32_t>(linux.st_blksize)};
   }
   return result;
 }
 
-int Stat(const char* path, MacStat* result) {
+template <typename Which, int (*Call)(Which, struct stat*)>
+int StatOf(Which which, MacStat* result) {
   struct stat linux = {};
-  return ToMac(stat(path, &linux), linux, result);
-}
-
-int LStat(const char* path, MacStat* result) {
-  struct stat linux = {};
-  return ToMac(lstat(path, &linux), linux, result);
-}
-
-int FStat(int descriptor, MacStat* result) {
-  struct stat linux = {};
-  return ToMac(fstat(descriptor, &linux), linux, result);
+  return ToMac(Call(which, &linux), linux, result);
 }
 
 void* MMap(void* address, std::size_t size, int protection, int flags, int file, off_t offset) {
@@ -616,9 +549,7 @@ int SigAction(int signal, const MacAction* action, MacAction* former) {
                          MacSignals(before.sa_mask), FlagsToMac(kActionFlags, before.sa_flags)};
   if (result == 0 && action != nullptr) {
     struct sigaction linux = {};
-    if (!FlagsToLinux(kActionFlags, action->flags, linux.sa_flags)) {
-      return Fail(EINVAL);  // SA_SIGINFO: nobody has asked for it yet
-    }
+    linux.sa_flags = FlagsToLinux(kActionFlags, action->flags);
     linux.sa_mask = LinuxSignals(action->mask);
     const bool own = action->handler != SIG_DFL && action->handler != SIG_IGN;
     linux.sa_handler = own ? Deliver : action->handler;
@@ -631,14 +562,6 @@ int SigAction(int signal, const MacAction* action, MacAction* former) {
     *former = old;
   }
   return result;
-}
-
-using Handler = void (*)(int);
-
-Handler Signal(int signal, Handler handler) {
-  const MacAction action = {handler, 0, 2};
-  MacAction former = {};
-  return SigAction(signal, &action, &former) == 0 ? former.handler : SIG_ERR;
 }
 
 int SigProcMask(int how, const MacSignalSet* set, MacSignalSet* former) {
@@ -654,8 +577,6 @@ int SigProcMask(int how, const MacSignalSet* set, MacSignalSet* former) {
 
 int Kill(pid_t process, int signal) { return kill(process, LinuxSignal(signal)); }
 
-int Raise(int signal) { return raise(LinuxSignal(signal)); }
-
 pid_t WaitPid(pid_t process, int* status, int options) {  // WNOHANG 1, WUNTRACED 2: the same
   int linux = 0;
   const pid_t ended = waitpid(process, &linux, options);
@@ -666,73 +587,33 @@ pid_t WaitPid(pid_t process, int* status, int options) {  // WNOHANG 1, WUNTRACE
 }
 
 struct MacUser {
-  char *name, *password;
+  char *name, *password = nullptr;
   uid_t user;
   gid_t group;
-  std::int64_t changed;
-  const char* accessClass;
-  char *fullName, *folder, *shell;
-  std::int64_t expires;
+  std::int64_t changed = 0;
+  char *accessClass = nullptr, *fullName = nullptr, *folder = nullptr, *shell = nullptr;
+  std::int64_t expires = 0;
 };
 
-MacUser* ToMac(const passwd* linux) {
+MacUser* GetPwNam(const char* name) {
   thread_local MacUser user;
-  if (linux == nullptr) {
-    return nullptr;
+  const passwd* const linux = getpwnam(name);
+  if (linux != nullptr) {
+    user = {.name = linux->pw_name, .user = linux->pw_uid, .group = linux->pw_gid};
   }
-  user = {linux->pw_name,
-          linux->pw_passwd,
-          linux->pw_uid,
-          linux->pw_gid,
-          0,
-          "",
-          linux->pw_gecos,
-          linux->pw_dir,
-          linux->pw_shell,
-          0};
-  return &user;
+  return linux == nullptr ? nullptr : &user;
 }
-
-MacUser* GetPwNam(const char* name) { return ToMac(getpwnam(name)); }
 
 }  // namespace
 
 void AddSystemCalls(Imports& imports) {
-  const std::pair<const char*, const void*> functions[] = {
-      {"___error", Function(Error)},
-      {"_socket", Function(Socket)},
-      {"_socketpair", Function(SocketPair)},
-      {"_bind", Function(Bind)},
-      {"_connect", Function(Connect)},
-      {"_accept", Function(Accept)},
-      {"_getsockname", Function(GetSockName)},
-      {"_recv", Function(Recv)},
-      {"_recvfrom", Function(RecvFrom)},
-      {"_recvmsg", Function(RecvMsg)},
-      {"_send", Function(Send)},
-      {"_sendto", Function(SendTo)},
-      {"_sendmsg", Function(SendMsg)},
-      {"_setsockopt", Function(SetSockOpt)},
-      {"_getsockopt", Function(GetSockOpt)},
-      {"_inet_ntop", Function(INetNToP)},
-      {"_inet_pton", Function(INetPToN)},
-      {"_select$1050", Function(Select)},
-      {"_pselect$1050", Function(PSelect)},
-      {"_poll", Function(Poll)},
-      {"___darwin_check_fd_set_overflow", Function(CheckSetOverflow)},
-      {"_open", Function(Open)},
-      {"_fcntl", Function(FCntl)},
-      {"_write", Function(Write)},
-      {"_stat$INODE64", Function(Stat)},
-      {"_lstat$INODE64", Function(LStat)},
-      {"_fstat$INODE64", Function(FStat)},
-      {"_mmap", Function(MMap)},
-      {"_sigaction", Function(SigAction)},
-      {"_signal", Function(Signal)},
-      {"_sigprocmask", Function(SigProcMask)},
-      {"_kill", Function(Kill)},
-      {"_raise", Function(Raise)},
-      {"_waitpid", Function(WaitPid)},
-      {"_getpwnam", Function(GetPwNam)}};
-  imports.insert(std::begin(functions), std::end(functions));
+  Add(imports, "___error", Error, "_socket", Socket, "_bind", Bind, "_connect", Connect, "_accept",
+      Accept, "_getsockname", GetSockName, "_recv", Recv, "_recvfrom", RecvFrom, "_recvmsg",
+      RecvMsg, "_send", Send, "_sendto", SendTo, "_sendmsg", SendMsg, "_setsockopt", SetSockOpt,
+      "_inet_ntop", INetNToP, "_inet_pton", INetPToN, "_select$1050", Select, "_pselect$1050",
+      PSelect, "___darwin_check_fd_set_overflow", CheckSetOverflow, "_open", Open, "_fcntl", FCntl,
+      "_write", Write, "_stat$INODE64", StatOf<const char*, stat>, "_lstat$INODE64",
+      StatOf<const char*, lstat>, "_fstat$INODE64", StatOf<int, fstat>, "_mmap", MMap, "_sigaction",
+      SigAction, "_sigprocmask", SigProcMask, "_kill", Kill, "_waitpid", WaitPid, "_getpwnam",
+      GetPwNam);
 }
