@@ -1,8 +1,8 @@
 // The reader of traces: what it tells of a trace that a small service has written here, which knows
 // what became of each query; and any bytes at all, which have to be counted to the last line.
 //
-// Input: a byte of choices. Odd: the rest is the trace. Even: each next byte is an event, with what it
-// needs behind it.
+// Input: a byte of choices. Odd: the rest is the trace. Even: each next byte is an event, with what
+// it needs behind it.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

@@ -14,7 +14,7 @@
 
 // Exact while there are no more than twice `kept` different texts. Beyond that the rarer half goes,
 // and every count that stays is lowered by that of the most frequent text that went. So a count is
-// never too high, and too low by missed() at the most; a text that came more often than that is there.
+// never too high, and too low by missed() at the most; a text that came more often is there.
 class Frequent {
  public:
   using Count = std::pair<std::string, std::uint64_t>;

@@ -40,8 +40,8 @@ class Input {
   std::string_view Next(std::size_t taken, std::size_t lookAhead) {
     constexpr std::size_t kBlock = std::size_t{1} << 20;
     ahead_.remove_prefix(taken);
-    while (!files_.empty() && (ahead_.size() < lookAhead ||
-                               (ahead_.size() < kBlock && ahead_.find('\n') == ahead_.npos))) {
+    while (!files_.empty() &&
+           (ahead_.size() < lookAhead || (ahead_.size() < kBlock && ahead_.find('\n') >= kBlock))) {
       const std::string& file = files_.back();
       if (fd_ == -1) fd_ = file == "-" ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC);
       buffer_.erase(0, buffer_.size() - ahead_.size());

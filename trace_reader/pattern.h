@@ -38,8 +38,8 @@ inline std::size_t NameSize(std::string_view text, std::string_view behind,
 }
 
 // The size of the line with which `text` begins if all of it is as `pattern` says, a printf format
-// of which %d is a number, %i an identifier, %a an address and %s any bytes: those of a line, or one
-// of `names`. 0 if it is not, and `fields` is of no use then.
+// of which %d is a number, %i an identifier, %a an address and %s any bytes: those of a line, or
+// one of `names`. 0 if it is not, and `fields` is of no use then.
 inline std::size_t Match(std::string_view text, std::string_view pattern,
                          const std::deque<std::string>& names, Fields& fields) {
   const std::size_t size = text.size();

@@ -20,10 +20,10 @@ constexpr std::int64_t kMostReceived = kLongestName + 13;
 
 // The size of the name that the query thread prints at the beginning of `text`, `longest` at most.
 //
-// A name may hold any bytes, line feeds and whole trace lines among them. The thread prints it twice,
-// one after the other, and behind the second stands what no name can know: an identifier in the place
-// of a line feed. The longest name for which that holds is taken, so that one which imitates its own
-// second line is not believed.
+// A name may hold any bytes, line feeds and whole trace lines among them. The thread prints it
+// twice, one after the other, and behind the second stands what no name can know: an identifier in
+// the place of a line feed. The longest name for which that holds is taken, so that one which
+// imitates its own second line is not believed.
 std::size_t SizeOfNewName(std::string_view text, std::size_t longest) {
   constexpr std::string_view kSecond = ")FromAPP: the request domain is ";
   std::size_t size = FirstLine(text).size();
@@ -44,9 +44,9 @@ std::size_t SizeOfNewName(std::string_view text, std::size_t longest) {
   return size;
 }
 
-// Most lines carry the identifier of their query; for the others it is enough to know the few queries
-// that they can be about. A query whose story has ended is forgotten, and identifiers have 16 bits:
-// memory is bounded.
+// Most lines carry the identifier of their query; for the others it is enough to know the few
+// queries that they can be about. A query whose story has ended is forgotten, and identifiers have
+// 16 bits: memory is bounded.
 class Reader {
  public:
   Reader(const StoryTaker& ended, const LineTaker& strange) : ended_(ended), strange_(strange) {}
@@ -75,14 +75,14 @@ class Reader {
  private:
   struct Open : Story {
     int position = 0;  // of the method that is tried
-    // What the next line about it can be: that a method is tried, at which position that stands, what
-    // came of it; or, when the outcome is known, that it could not be sent to the application.
+    // What the next line about it can be: that a method is tried, at which position that stands,
+    // what came of it; or, when the outcome is known, that the application could not be told.
     enum { kTries, kPositions, kAtMethod, kSettled } stage = kTries;
     bool unsent = false;  // an answer that is about to be told of
   };
-  // A line of `function`, which is what stands in "func: F(line:N)", or without that. Where it stands
-  // in the source plays no part: the numbers move. It tells nothing that others do not, has no
-  // identifier or one of no query, is about a query, or says why a worker or a start ends.
+  // A line of `function`, which is what stands in "func: F(line:N)", or without that. Where it
+  // stands in the source plays no part: the numbers move. It tells nothing that others do not, has
+  // no identifier or one of no query, is about a query, or says why a worker or a start ends.
   using AboutNone = void (Reader::*)(const Fields&);
   using AboutQuery = void (Reader::*)(Open&, const Fields&);
   struct Rule {
@@ -127,9 +127,8 @@ class Reader {
   }
   void AddMap(const Fields& /*line*/) { methods_.resize(1, kMap); }
   void AddServer(const Fields& line) {
-    const std::string_view address = line.addresses[0];
     if (methods_.size() >= kMethods) return;
-    methods_.emplace_back(address.empty() ? "255.255.255.255" : address);
+    methods_.emplace_back(line.addresses[0].empty() ? "255.255.255.255" : line.addresses[0]);
   }
   void Lost(const Fields& line) {
     End();
@@ -151,7 +150,7 @@ class Reader {
     if (asked_.size() == line.name.size()) return;
     Note("names with line feeds");
     longNames_.push_front(asked_);
-    longNames_.resize(std::min<std::size_t>(longNames_.size(), 64));
+    longNames_.resize(std::min<std::size_t>(longNames_.size(), 512));
   }
   void Request(const Fields& line) {
     const bool known = asked_.empty() || asked_ == line.name;
@@ -191,8 +190,9 @@ class Reader {
       Walk(story, kMap);
       Advance(story);
     }
+    const Open* const other = Find(tried_[0]);
+    tried_[other != nullptr && other->stage == Open::kPositions ? 1 : 0] = line.id;
     story.stage = Open::kPositions;
-    tried_ = {tried_[1], line.id};
   }
   // The line has no identifier, but each thread's next position is known.
   void Position(const Fields& line) {
@@ -282,7 +282,7 @@ class Reader {
   std::size_t taken_ = 0;  // bytes of it
   std::uint64_t queries_ = 0, lines_ = 0;
   std::map<std::int64_t, Open> open_;
-  std::array<std::int64_t, 2> tried_ = {-1, -1};  // one by each thread
+  std::array<std::int64_t, 2> tried_ = {-1, -1};  // the last by each thread
   std::deque<std::int64_t> settled_;              // the newest first
   std::vector<std::string> methods_;              // "map" and the servers
   std::int64_t received_ = kMostReceived;         // bytes of the query that is read, if known

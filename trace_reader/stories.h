@@ -56,12 +56,13 @@ struct Counts {
   Frequent unknownIdentifiers{1024};  // by who sent the answer
 };
 
-// How much of what follows a line is looked at.
-inline constexpr std::size_t kLookAhead = 16384;
+// How much of what follows a line is looked at: a thread may print hundreds of lines between two of
+// the other.
+inline constexpr std::size_t kLookAhead = 262144;
 
 // Reads a whole trace. `next` gets how many bytes of what it gave the last time have been taken and
-// gives what follows them: kLookAhead bytes or more, or the rest; nothing at the end. Each story goes
-// to `ended` when it has ended, each line that is none of the program's to `strange`.
+// gives what follows them: kLookAhead bytes or more, or the rest; nothing at the end. Each story
+// goes to `ended` when it has ended, each line that is none of the program's to `strange`.
 using Source = std::function<std::string_view(std::size_t taken)>;
 using StoryTaker = std::function<void(const Story&)>;
 using LineTaker = std::function<void(std::string_view)>;

@@ -14,8 +14,8 @@
 #include "trace_reader/frequent.h"
 #include "trace_reader/stories.h"
 
-// `text` as printable ASCII from `first` on: any other byte is written \DDD, decimal, as in a zone file.
-// It cannot draw on a terminal, nor begin a line of its own; as it is, it holds no blank either.
+// `text` as printable ASCII from `first` on: any other byte is written \DDD, decimal, as in a zone
+// file. It cannot draw on a terminal nor begin a line, and holds no blank unless that is `first`.
 std::string Printable(std::string_view text, char first = '!');
 
 struct Table {

@@ -84,6 +84,21 @@ class Lines(unittest.TestCase):
         self.assertRegex(dropped, r"^0      new\.example .*  dropped: identifier taken")
         self.assertRegex(goes_on, r"^0      old\.example .*  map → 192\.0\.2\.1 answered .*  answered by a server")
 
+    def test_thread_that_stops_between_two_lines_finds_its_query_again(self):
+        # The answer thread, in the middle of a dispatch, while the query thread goes through two.
+        (first, rest) = traces.dispatch(1, 2).split(b"\n", 1)
+        trace = (START + asked(1, b"a.example") + nobody(1, b"a.example").split(traces.DISPATCH)[0] + first + b"\n"
+                 + asked(2, b"b.example") + rest + answered(1, b"a.example", traces.SERVERS[1]) + answered(2, b"b.example"))
+        told = read("--stories", trace=trace)
+        self.assertIn("map → 192.0.2.1 no such name → 192.0.2.2 answered", told)
+        self.assertIn("map → 192.0.2.1 answered", told)
+        self.assertNotIn("not shown", read(trace=trace))
+        # The query thread, between the two lines that tell where a name ends.
+        before, after = asked(3, b"line\nfeed").split(traces.QUERY + b"FromAPP: the request")
+        others = (traces.received("192.0.2.1") + traces.ANSWER + b" rsp from: 192.0.2.1, id: 9, request not found\n") * 500
+        trace = START + before + others + traces.QUERY + b"FromAPP: the request" + after
+        self.assertIn("line\\010feed", read("--stories", trace=trace))
+
     def test_cut_anywhere_every_query_still_has_one_outcome(self):
         whole = START + some_queries(8) + b"dns_proxy_host: 7 trace lines lost here\n" + some_queries(3, 8)
         for cut in range(0, len(whole), len(whole) // 12):
