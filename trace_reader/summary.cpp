@@ -95,7 +95,7 @@ std::vector<Table> Summary::Tables(const Counts& counts) const {
   for (auto [server, replies] : counts.servers) {
     std::vector<std::uint64_t> numbers;
     std::transform(servers.columns.begin(), servers.columns.end(), std::back_inserter(numbers),
-                   [&replies = replies](const std::string& reply) { return replies[reply]; });
+                   [&all = replies](const std::string& reply) { return all[reply]; });
     numbers[0] = std::accumulate(numbers.begin(), numbers.end(), std::uint64_t{0});
     servers.rows.emplace_back(server, numbers);
   }
