@@ -83,8 +83,8 @@ foreach(host client_test_host client_test_host_before_11)
     PROPERTIES SKIP_RETURN_CODE 77)
 endforeach()
 
-# The unit tests, and the guard's rules.
-foreach(target unit_tests guard_agreement_test)
+# The unit tests, and the rules of dns_proxy_host.
+foreach(target unit_tests guard_agreement_test host_rules_test)
   runs_here(${target} ${target})
   runs_test(${target} COMMAND "${runs}/${target}")
 endforeach()
