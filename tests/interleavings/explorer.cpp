@@ -1,17 +1,20 @@
 #include "tests/interleavings/explorer.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-
-#include "dns_proxy_mac/proxy/pending_requests.h"
 
 namespace interleavings {
 
 namespace {
 
 alignas(DnsRequest) unsigned char pool[kRecords + 1][sizeof(DnsRequest)];
+
+// A record's list of methods. Its freeing leaves it as it is: who is run again from the beginning
+// reads what was read before.
+alignas(std::max_align_t) unsigned char lists[kRecords + 1][128];
 
 std::uint64_t HashOf(const void* bytes, std::size_t count) {
   std::uint64_t hash = 0x9E3779B97F4A7C15;
@@ -45,6 +48,35 @@ unsigned char NumberOf(const void* record) {
 
 DnsRequest* Record(unsigned char number) {
   return number == 0 ? nullptr : reinterpret_cast<DnsRequest*>(pool[number]);
+}
+
+void Watch(PendingRequests& requests) {
+  requests.MakeSlot(0);  // the block of slots is there from now on
+  for (int id = 0; id < kIdentifiers; ++id) {
+    requests.SlotOf(id)->Watch(id);
+  }
+  static_assert(PendingRequests::kWords == kWords);
+  for (int word = 0; word < kWords; ++word) {
+    requests.words_[static_cast<std::size_t>(word)].taken.Watch(kTaken + word);
+    requests.words_[static_cast<std::size_t>(word)].held.Watch(kHeld + word);
+  }
+  requests.closing_.Watch(kClosing);
+}
+
+bool Explore(const char* name, bool (*scenarios)()) {
+  const Explorer::Totals before = TheExplorer().Seen();
+  const auto began = std::chrono::steady_clock::now();
+  const bool good = scenarios();
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
+  const Explorer::Totals& after = TheExplorer().Seen();
+  std::printf("%-34s %7ld scenarios %10ld states %8.1e interleavings %6.1f s\n", name,
+              after.scenarios - before.scenarios, after.states - before.states,
+              after.interleavings - before.interleavings, took.count());
+  if (!good) {
+    std::printf("%s\n", TheExplorer().Fault().c_str());
+  }
+  std::fflush(stdout);
+  return good;
 }
 
 bool Explorer::Run(const std::vector<Program>& programs, int pending, unsigned quiet) {
@@ -128,12 +160,13 @@ void Explorer::Advance(State& state, int thread, int choice) {
 void Explorer::Stop() { longjmp(stopped_, 1); }
 
 void Explorer::Fail(const char* what) {
+  const bool wasRunning = std::exchange(running_, false);
   if (fault_.empty()) {
     road_.push_back(step_);
     for (const Made& step : road_) {
-      static const char* const kNames[] = {"load", "store", "exchange", "compare-exchange",
-                                           "make", "free",  "look",     "advance",
-                                           "lists"};
+      static const char* const kNames[] = {"load",  "store", "exchange", "compare-exchange",
+                                           "make",  "free",  "look",     "advance",
+                                           "lists", "send"};
       char line[128];
       std::snprintf(line, sizeof(line), "thread %d: %s of %d, expecting %d, writing %d: read %d\n",
                     step.thread, kNames[static_cast<int>(step.access)], step.cell, step.expected,
@@ -142,7 +175,7 @@ void Explorer::Fail(const char* what) {
     }
     fault_ += what;
   }
-  if (running_) {
+  if (wasRunning) {
     Stop();
   }
 }
@@ -173,6 +206,9 @@ unsigned char Explorer::Make(State& state) {
     if (state.life[i] == Life::kAlive) {
       continue;
     }
+    if (keepsAddresses_ && state.life[i] == Life::kFreed) {
+      continue;
+    }
     if (choices_++ == choice_) {
       made = static_cast<unsigned char>(i + 1);
     }
@@ -184,8 +220,7 @@ unsigned char Explorer::Make(State& state) {
     std::abort();  // kRecords is too small for the scenario
   }
   state.life[made - 1] = Life::kAlive;
-  state.identifier[made - 1] = static_cast<unsigned char>(making_);
-  state.position[made - 1] = 0;
+  state.identifier[made - 1] = state.position[made - 1] = state.sent[made - 1] = 0;
   return made;
 }
 
@@ -195,9 +230,11 @@ unsigned char Explorer::Step(Access access, int cell, unsigned char expected,
     return 0;
   }
   if (replayed_ < thread_->steps) {
+    lastMade_ = access == Access::kMake ? thread_->read[replayed_] : lastMade_;
     return thread_->read[replayed_++];
   }
-  const bool isQuiet = access < Access::kMake && (quiet_ >> cell & 1) != 0;
+  const bool isQuiet = access < Access::kMake ? (quiet_ >> cell & 1) != 0
+                                              : access == Access::kMake && keepsAddresses_;
   if (made_ && !isQuiet) {
     Stop();
   }
@@ -223,10 +260,15 @@ unsigned char Explorer::Step(Access access, int cell, unsigned char expected,
       read = state.cell[cell];
       if (read == expected) {
         state.cell[cell] = desired;
+        if (cell < kIdentifiers && desired != 0) {  // stored, as it has been filled
+          state.identifier[desired - 1] = static_cast<unsigned char>(Record(desired)->QueryID);
+          state.position[desired - 1] = Record(desired)->CurrentDNSMethodIndex;
+          state.sent[desired - 1] |= kStored;
+        }
       }
       break;
     case Access::kMake:
-      read = Make(state);
+      read = lastMade_ = Make(state);
       break;
     case Access::kFree:
       Require(state.life[cell - 1] == Life::kAlive, "a record is freed twice");
@@ -239,6 +281,11 @@ unsigned char Explorer::Step(Access access, int cell, unsigned char expected,
       if (access == Access::kAdvance && read == expected) {
         state.position[cell - 1] = desired;
       }
+      break;
+    case Access::kSend:
+      Require(state.life[cell - 1] == Life::kAlive, "a freed record is used to send");
+      read = state.sent[cell - 1];
+      state.sent[cell - 1] |= desired;
       break;
     case Access::kList: {
       unsigned char& inside = cell == 0 ? state.readers : state.writers;
@@ -287,6 +334,9 @@ void Explorer::CheckEnd(const State& state) {
     Require(inTable == (state.life[i] == Life::kAlive),
             inTable ? "a freed record is in the table" : "a record is lost");
     Require(!inTable || state.cell[state.identifier[i]] == i + 1, "a record under another's key");
+    if (atEnd_ != nullptr && state.life[i] != Life::kNever) {
+      atEnd_(static_cast<unsigned char>(i + 1), inTable, state.sent[i]);
+    }
   }
   for (int word = 0; word < kWords; ++word) {
     Require(state.cell[kTaken + word] == 0 && state.cell[kHeld + word] == 0, "a word is left");
@@ -295,11 +345,17 @@ void Explorer::CheckEnd(const State& state) {
 
 }  // namespace interleavings
 
-// A record's memory is the explorer's while it runs.
+// A record's memory, and its list's, is the explorer's while it runs.
 
 void* operator new(std::size_t size) {
   if (size == sizeof(DnsRequest) && interleavings::TheExplorer().Running()) {
     return interleavings::Record(interleavings::Step(interleavings::Access::kMake, -1, 0, 0));
+  }
+  if (interleavings::TheExplorer().Running()) {
+    if (size > sizeof(interleavings::lists[0])) {
+      std::abort();  // no list of methods, or one that is too long
+    }
+    return interleavings::lists[interleavings::TheExplorer().LastMade()];
   }
   if (void* const block = std::malloc(size == 0 ? 1 : size)) {
     return block;
@@ -310,6 +366,11 @@ void* operator new(std::size_t size) {
 void operator delete(void* block) noexcept {
   if (const unsigned char record = interleavings::NumberOf(block)) {
     interleavings::Step(interleavings::Access::kFree, record, 0, 0);
+    return;
+  }
+  const auto* const byte = static_cast<const unsigned char*>(block);
+  if (byte >= interleavings::lists[0] &&
+      byte < interleavings::lists[0] + sizeof(interleavings::lists)) {
     return;
   }
   std::free(block);

@@ -1,11 +1,12 @@
 // Runs a few threads over one table in every order of their steps.
 //
-// A step is one access to a slot or a word, one look into a record, one allocation or one freeing of
-// a record. There is one real thread. To let thread T make a step, its operation is run from its
-// beginning with what its earlier steps have read; the next step is made on the state, and the
-// operation is left in front of the one behind it (longjmp: what is on its stack is forgotten). A
-// state is thus a few bytes that can be copied, and is visited once: two orders that lead to the
-// same state have the same future. States are told apart by 64 bits of a hash.
+// A step is one access to a slot or a word, one look into a record, one allocation or freeing of a
+// record, or one datagram sent. There is one real thread. To let thread T make a step, its
+// operation is run from its beginning with what its earlier steps have read; the next step is made
+// on the state, and the operation is left in front of the one behind it (longjmp: what is on its
+// stack is forgotten). A state is thus a few bytes that can be copied, and is visited once: two
+// orders that lead to the same state have the same future. States are told apart by 64 bits of a
+// hash.
 //
 // The orders are sequentially consistent ones: each step sees what the last one wrote.
 #ifndef TESTS_INTERLEAVINGS_EXPLORER_H_
@@ -19,6 +20,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "dns_proxy_mac/proxy/pending_requests.h"
 #include "tests/interleavings/stopping.h"
 
 namespace interleavings {
@@ -34,6 +36,13 @@ inline constexpr int kRecords = 10;
 inline constexpr int kThreads = 4;
 inline constexpr int kSteps = 40;  // of one operation
 
+// The cells that are quiet (see Run) while there are two workers, each with the word that is its
+// own: nobody waits for a word, and those of more threads are not in use.
+inline constexpr unsigned kTwoWorkers = 0xFU << kTaken | 0xCU << kHeld | 1U << kClosing;
+
+// Of what was sent for a record: not sent, but the record has been in the table.
+inline constexpr unsigned char kStored = 0x80;
+
 using Operation = std::function<void()>;
 using Program = std::vector<Operation>;  // one thread's
 
@@ -48,15 +57,22 @@ class Explorer {
   // Every order of `programs`, with records under the first `pending` identifiers. False, and the
   // steps that led there in Fault(), at the first fault.
   //
-  // `quiet`: cells that one thread alone uses, or that nobody writes, as bits. A step on one of them
-  // is made together with the next: no order of it can matter to the others.
+  // `quiet`: cells that one thread alone uses, or that nobody writes, as bits. A step on one of
+  // them is made together with the next: no order of it can matter to the others.
   bool Run(const std::vector<Program>& programs, int pending, unsigned quiet);
+
+  // A freed record's address is not given out again: the first record that is made in an order is
+  // number 1, the next one number 2. What they hold is then the same in every order.
+  void KeepAddresses() { keepsAddresses_ = true; }
+
+  // Called for each record when all threads have ended. `sent`: kStored, and the scenario's bits.
+  using AtEnd = void (*)(unsigned char record, bool pending, unsigned char sent);
+  void Ask(AtEnd atEnd) { atEnd_ = atEnd; }
 
   const Totals& Seen() const { return totals_; }
   const std::string& Fault() const { return fault_; }
 
   // What operations say. None is a step.
-  void WillMake(int identifier) { making_ = identifier; }
   void WillDelete(const void* record);    // null: whatever is there
   void WillStart() { starting_ = true; }  // StartDnsSrv's part: waits for every word in turn
   void Require(bool holds, const char* otherwise);
@@ -69,6 +85,7 @@ class Explorer {
   unsigned char Step(Access access, int cell, unsigned char expected, unsigned char desired);
   void Yield();
   bool Running() const { return running_; }
+  unsigned char LastMade() const { return lastMade_; }
 
  private:
   enum class Life : unsigned char { kNever, kAlive, kFreed };
@@ -83,6 +100,7 @@ class Explorer {
     Life life[kRecords];
     unsigned char identifier[kRecords];
     unsigned char position[kRecords];
+    unsigned char sent[kRecords];
     unsigned char readers;
     unsigned char writers;
     Thread thread[kThreads];
@@ -121,13 +139,21 @@ class Explorer {
   bool made_ = false;
   bool running_ = false;
   bool starting_ = false;
-  int making_ = 0;
+  bool keepsAddresses_ = false;
+  AtEnd atEnd_ = nullptr;
+  unsigned char lastMade_ = 0;
   unsigned char deleting_ = 0;
   Made step_{};
   jmp_buf stopped_;
 };
 
 Explorer& TheExplorer();
+
+// The explorer's cells from now on: the slots of the first identifiers, and every word.
+void Watch(PendingRequests& requests);
+
+// Runs one set of scenarios and prints what it saw, and the fault if there was one; false then.
+bool Explore(const char* name, bool (*scenarios)());
 
 }  // namespace interleavings
 

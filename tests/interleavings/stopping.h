@@ -33,7 +33,8 @@ enum class Access {
   kFree,
   kLook,
   kAdvance,
-  kList
+  kList,
+  kSend
 };
 
 // One step on `cell`, or on the record that it is the number of. What the step reads: 0 for null
@@ -110,6 +111,7 @@ class Atomic {
 inline unsigned char LoadPosition(const unsigned char* position) {
   return Step(Access::kLook, NumberOf(position), 0, 0);
 }
+inline int LoadPosition(const int* descriptor) { return *descriptor; }
 inline bool AdvancePosition(const unsigned char* position, unsigned char from, unsigned char to) {
   return Step(Access::kAdvance, NumberOf(position), from, to) == from;
 }

@@ -4,8 +4,6 @@
 //
 //   --long        and what takes minutes
 //   --must-fail   the program has been broken on purpose: succeeds when a fault is found
-#include <chrono>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -22,9 +20,9 @@ using Position = RequestTable::Position;
 RequestTable* table = nullptr;
 
 void Add(unsigned short id) {
-  TheExplorer().WillMake(id);
   std::unique_ptr<DnsRequest> record(new DnsRequest);
   record->QueryID = id;
+  record->CurrentDNSMethodIndex = 0;
   table->Add(std::move(record));
 }
 
@@ -121,30 +119,11 @@ void RemoveA() { table->Delete(0); }
 // A table whose slots of two identifiers, and whose words, the explorer watches.
 void MakeTable() {
   table = new RequestTable;  // kept: the explorer's cells are in it
-  auto* const record = new DnsRequest;
-  record->QueryID = 0;
-  table->Add(record);
-  table->Delete(0);  // the block of slots is there from now on
-  PendingRequests& requests = table->mapRequests;
-  for (int id = 0; id < kIdentifiers; ++id) {
-    requests.SlotOf(id)->Watch(id);
-  }
-  static_assert(PendingRequests::kWords == kWords);
-  for (int word = 0; word < kWords; ++word) {
-    requests.words_[static_cast<std::size_t>(word)].taken.Watch(kTaken + word);
-    requests.words_[static_cast<std::size_t>(word)].held.Watch(kHeld + word);
-  }
-  requests.closing_.Watch(kClosing);
+  Watch(table->mapRequests);
 }
-
-// The cells that are quiet while there are two workers, each with the word that is its own: nobody
-// waits for a word, and those of more threads are not in use.
-constexpr unsigned kTwoWorkers = 0xFU << kTaken | 0xCU << kHeld | 1U << kClosing;
 
 // Three threads: the fourth word is not in use, and nobody closes the table.
 constexpr unsigned kThreeWorkers = 0x8U << kTaken | 0x8U << kHeld | 1U << kClosing;
-
-using Scenarios = bool (*)();
 
 // Two operations of each worker, of every kind, on three tables to begin with.
 bool TwoAndTwo() {
@@ -220,23 +199,6 @@ bool RemoverWithoutAPass() {
     }
   }
   return true;
-}
-
-// Runs one set of scenarios and prints what it saw. False at a fault.
-bool Explore(const char* name, Scenarios scenarios) {
-  const Explorer::Totals before = TheExplorer().Seen();
-  const auto began = std::chrono::steady_clock::now();
-  const bool good = scenarios();
-  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - began;
-  const Explorer::Totals& after = TheExplorer().Seen();
-  std::printf("%-34s %7ld scenarios %10ld states %8.1e interleavings %6.1f s\n", name,
-              after.scenarios - before.scenarios, after.states - before.states,
-              after.interleavings - before.interleavings, took.count());
-  if (!good) {
-    std::printf("%s\n", TheExplorer().Fault().c_str());
-  }
-  std::fflush(stdout);
-  return good;
 }
 
 bool ExploreAll(bool atLength) {
