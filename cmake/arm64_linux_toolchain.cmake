@@ -12,9 +12,4 @@ set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# Into namespaces of its own first, with the word that it is there (tests/support/isolation.cpp): what
-# runs under qemu cannot start itself anew inside.
-set(CMAKE_CROSSCOMPILING_EMULATOR
-  unshare --map-root-user --mount --net
-  env DNS_PROXY_TEST_ISOLATED=1
-  qemu-aarch64 -L /usr/aarch64-linux-gnu)
+set(CMAKE_CROSSCOMPILING_EMULATOR "${CMAKE_CURRENT_LIST_DIR}/run_arm64")
