@@ -99,6 +99,7 @@ void RunService(const ServiceTask& task) noexcept {
   KeepFreedMemory();
   Gate gate(task.shared, task.guarded, task.probe,
             [&task](const std::string& why) { Leave(task.shared, kExitFailure, why); });
+  // cppcheck-suppress danglingLifetime  // this function does not return
   Gate::current_ = &gate;
   if (task.guarded) {
     g_QueryID = static_cast<unsigned short>(std::random_device()());

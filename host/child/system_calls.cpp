@@ -50,7 +50,8 @@ extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags,
   std::optional<std::size_t> admitted;
   do {
     const ssize_t received = Receive(sock, buffer, size, flags, sender, senderLength);
-    if (received == -1 || Gate::current_ == nullptr || sender == nullptr) {
+    if (received == -1 || Gate::current_ == nullptr || sender == nullptr ||
+        senderLength == nullptr) {
       return received;
     }
     sockaddr_in from = {};  // which is what the service's sockets receive from
