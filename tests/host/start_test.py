@@ -236,6 +236,26 @@ class Surroundings(hosting.TestCase):
             wait_for(lambda: host.restarts() == 1, "a restart")
             self.assertIn("answer thread ended", host.status()["last_restarts"][0]["why"])
 
+    @hosting.linux_only
+    def test_journal_gets_levels_as_it_knows_them_and_no_second_time(self):
+        reader, writer = os.pipe()
+        with open(reader, encoding="ascii") as lines, open(writer, "w", encoding="ascii") as log:
+            file = os.fstat(log.fileno())
+
+            def said(stream):
+                environment = {**os.environ, "JOURNAL_STREAM": stream}
+                command = [hosting.HOST, *SERVER, "--map", "a=192.0.2.1", "--map", "a=192.0.2.1", "--check"]
+                subprocess.run(command, stderr=log, env=environment, check=True)
+                return [lines.readline() for _ in range(4)]
+
+            warning, *others = said(f"{file.st_dev}:{file.st_ino}")
+            self.assertTrue(warning.startswith("<4>given twice"), warning)
+            texts = ("static names: 1", "upstream servers: 127.0.0.2", "everything is in order")
+            self.assertEqual(others, [f"<6>{text}\n" for text in texts])
+            # A parent's journal that this error output is not.
+            for line in said(f"{file.st_dev}:{file.st_ino + 1}"):
+                self.assertRegex(line, r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ dns_proxy_host (info|warning): ")
+
     def test_blocked_signals_are_let_through(self):
         def block():
             signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM, signal.SIGCHLD})
