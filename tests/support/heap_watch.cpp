@@ -119,12 +119,18 @@ constexpr std::size_t kFreed = 0xDEAD;
 // What a freed record is filled with, so that a late reader sees no record in it.
 constexpr int kFreedByte = 0xDD;
 
+// And a new one, so that what the program does not fill is seen.
+constexpr int kNewByte = 0xCD;
+
 void* Allocate(std::size_t size) noexcept {
   auto* const head = static_cast<BlockHead*>(std::malloc(sizeof(BlockHead) + size));
   if (head == nullptr) {
     return nullptr;
   }
   *head = {size, kAlive};
+  if (size == sizeof(DnsRequest)) {
+    std::memset(head + 1, kNewByte, size);
+  }
   support::OnMade(head + 1, size);
   return head + 1;
 }
