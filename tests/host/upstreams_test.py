@@ -156,6 +156,7 @@ class FailOver(hosting.TestCase):
             restarts = host.restarts()
             time.sleep(1.5)
             self.assertEqual(host.restarts(), restarts)
+            self.assertIsNone(hosting.ask("a.example", tries=1, wait=0.3), "a server is waited for")
 
     def test_single_server_is_not_asked_by_the_host(self):
         with Host("--server", "127.0.0.2") as host:

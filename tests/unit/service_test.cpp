@@ -4,10 +4,13 @@
 #include <sys/select.h>
 
 #include <cerrno>
+#include <chrono>
 #include <deque>
 #include <functional>
+#include <latch>
 #include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -104,6 +107,18 @@ class StartDnsSrvTest : public RequestFixture {
     return closeResult_;
   }
 
+  // A thread that is none of the service's.
+  static std::thread RealThread(const std::function<void()>& body) {
+    const Replaced create(platform::pthread_create,
+                          [](auto... a) { return platform::pthread_create.System(a...); });
+    return std::thread(body);
+  }
+  static void Join(std::thread& thread) {
+    const Replaced join(platform::pthread_join,
+                        [](auto... a) { return platform::pthread_join.System(a...); });
+    thread.join();
+  }
+
   std::deque<int> socketResults_ = {kFirstSocket, kSecondSocket};
   int bindResult_ = 0;
   std::deque<int> createResults_ = {0, 0};
@@ -142,6 +157,21 @@ TEST_F(StartDnsSrvTest, StepsAreTakenInOrderAndTheResultIsTrue) {
                               TraceLines{trace::MappingAdded("alpha.internal", "10.1.2.3"),
                                          trace::ServerAdded("192.0.2.1")} +
                               kThreadLines));
+}
+
+TEST_F(StartDnsSrvTest, ListsAreLeftAloneWhileAPassOfAnEarlierStartIsUnderWay) {
+  std::latch underWay(1);
+  std::thread pass = RealThread([&] {
+    const PendingRequests::Pass ofAnEarlierStart(g_DnsRequestTable.mapRequests, Worker::kQuery);
+    underWay.count_down();
+    // Long enough for a start that does not wait to be seen.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_TRUE(g_DnsMethodList.empty());
+  });
+  underWay.wait();
+  EXPECT_TRUE(Start({"192.0.2.1"}, {{"alpha.internal", "10.1.2.3"}}));
+  Join(pass);
+  EXPECT_EQ(g_DnsMethodList.size(), 2U);
 }
 
 TEST_F(StartDnsSrvTest, AnswerThreadIsWaitedForTwiceAndTheQueryThreadNever) {
