@@ -5,17 +5,8 @@
 #include <exception>
 #include <optional>
 
-#include "host/child/output.h"
 #include "host/common/descriptors.h"
-#include "host/common/failure.h"
-#include "host/common/log.h"
 #include "host/common/port.h"
-#include "host/common/rights.h"
-#include "host/common/signals.h"
-#include "host/common/trace.h"
-#include "host/options.h"
-#include "host/parent/configuration.h"
-#include "host/parent/status.h"
 #include "host/parent/supervisor.h"
 
 namespace {
@@ -37,9 +28,8 @@ void Host(const Options& options) {
   static Trace trace(options.trace, options.traceSize, options.traceKeep);  // as `stdout` is
   options.check ? trace.TryOpen() : trace.Open();
   SendOutputTo(trace);
-  Configuration configuration;
-  configuration.names = LoadNames(options);
-  configuration.servers = LoadServers(options);
+  const auto names = LoadNames(options);
+  const Configuration configuration = {LoadServers(options), names};
   if (portFault) {
     throw Failure(*portFault);
   }

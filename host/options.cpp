@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 
-#include "host/common/failure.h"
+#include "host/common/log.h"
 
 Options ParseOptions(int argc, char** argv) {
   Options options;

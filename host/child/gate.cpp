@@ -1,26 +1,42 @@
 #include "host/child/gate.h"
 
-#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
+#include <mutex>
+#include <vector>
 
 #include "dns_proxy_mac/proxy/dns_message.h"
 #include "dns_proxy_mac/proxy/service_state.h"
+#include "dns_proxy_mac/proxy/socket_address.h"
+#include "host/child/guard.h"
+#include "host/common/log.h"
 
 namespace {
 
-constexpr std::size_t kFlagsHighOffset = 2;
 constexpr std::size_t kAdditionalCountOffset = 10;
-constexpr unsigned char kResponseBit = 0x80;
 
-// From the port that was asked. One that cannot be sent is lost like any datagram.
-void Reply(const std::vector<unsigned char>& reply, const sockaddr_in& to) {
-  if (!reply.empty()) {
-    sendto(g_SockToClientApps, reply.data(), reply.size(), MSG_DONTWAIT,
-           reinterpret_cast<const sockaddr*>(&to), sizeof(to));
+SharedMemory* g_shared = nullptr;  // constant while there are workers
+
+// One worker's thread.
+struct WorkerThread {
+  ~WorkerThread() {
+    const char* const last = kVerdictNames[static_cast<std::size_t>(verdict)];
+    Leave(*g_shared, kExitFailure, std::string(name) + " thread ended; its last datagram: " + last);
   }
+
+  const char* name;
+  Verdict verdict;  // of its last datagram
+};
+
+// Whether the service may see what has been judged so; what it does not see is counted.
+bool Passes(Verdict verdict) {
+  if (verdict == Verdict::kPasses || !g_shared->guarded) {
+    return true;
+  }
+  ++g_shared->verdict(verdict);
+  return false;
 }
 
 // Whether the service answers `query`, which it can read and whose name fits into a message,
@@ -37,64 +53,39 @@ bool IsAnsweredHere(Datagram query) {
          (type != kTypeAAAA && g_Hostmaps.Find(name, record));
 }
 
-}  // namespace
-
-Gate::Gate(SharedMemory& shared, bool guarded, std::vector<unsigned char> probe,
-           std::function<void(const std::string& why)> workerEnded)
-    : shared_(shared),
-      guarded_(guarded),
-      probe_(std::move(probe)),
-      workerEnded_(std::move(workerEnded)) {}
-
-Gate::Worker::~Worker() {
-  gate.workerEnded_(std::string(name) + " thread ended; its last datagram: " + Name(verdict));
-}
-
-std::optional<std::size_t> Gate::Admit(int sock, std::span<unsigned char> datagram,
-                                       const sockaddr_in& sender) {
-  return sock == g_SockToClientApps   ? AdmitQuery(datagram, sender)
-         : sock == g_SockToDNSServers ? AdmitAnswer(datagram)
-                                      : std::optional(datagram.size());
-}
-
-std::optional<std::size_t> Gate::AdmitQuery(std::span<unsigned char> query,
-                                            const sockaddr_in& sender) {
-  thread_local Worker worker = {*this, "query", Verdict::kPasses};
-  const auto answerProbe = [this] {
-    std::vector<unsigned char> answer = probe_;
-    answer[kFlagsHighOffset] |= kResponseBit;
-    Reply(answer, prober_);
-  };
-  ++shared_.received;
-  if (std::ranges::equal(query, probe_)) {
-    prober_ = sender;
-    answerProbe();
-    return std::nullopt;
+std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sockaddr_in& sender) {
+  const sockaddr_in& parent = g_shared->parent;
+  thread_local WorkerThread worker = {"query", Verdict::kPasses};
+  ++g_shared->received;
+  if (sender.sin_port == parent.sin_port && sender.sin_addr.s_addr == parent.sin_addr.s_addr) {
+    return std::nullopt;  // a probe
   }
   worker.verdict = JudgeQuery(query);
   if (!Passes(worker.verdict)) {
-    ++shared_.verdict(worker.verdict);
-    Reply(ErrorReply(query, worker.verdict), sender);
+    const std::vector<unsigned char> reply = ErrorReply(query, worker.verdict);
+    if (!reply.empty()) {
+      SendDatagram(g_SockToClientApps, reply.data(), static_cast<int>(reply.size()), sender);
+    }
     return std::nullopt;
   }
-  ++shared_.verdict(Verdict::kPasses);
-  if (shared_.wakeParent.load() && shared_.wakeParent.exchange(false)) {
-    answerProbe();  // once more
+  ++g_shared->verdict(Verdict::kPasses);
+  if (g_shared->wakeParent.load() && g_shared->wakeParent.exchange(false)) {
+    SendDatagram(g_SockToClientApps, query.data(), 0, parent);
   }
-  const std::size_t bare = guarded_ ? SizeWithoutOpt(query) : query.size();
+  const std::size_t bare = g_shared->guarded ? SizeWithoutOpt(query) : query.size();
   if (bare == query.size() || !IsAnsweredHere(query)) {
     return query.size();
   }
   std::memset(&query[kAdditionalCountOffset], 0, 2);
-  ++shared_.optRecords;
+  ++g_shared->optRecords;
   return bare;
 }
 
-std::optional<std::size_t> Gate::AdmitAnswer(Datagram answer) {
-  thread_local Worker worker = {*this, "answer", Verdict::kPasses};
+std::optional<std::size_t> AdmitAnswer(Datagram answer) {
+  thread_local WorkerThread worker = {"answer", Verdict::kPasses};
   // A pass of its own, which keeps the request while it is looked at: the handler's begins behind
   // the receipt. The identifier travels in machine order.
-  const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, ::Worker::kAnswer);
+  const PendingRequests::Pass pass(g_DnsRequestTable.mapRequests, Worker::kAnswer);
   unsigned short id = 0;
   std::memcpy(&id, answer.data(), std::min(answer.size(), sizeof(id)));
   RequestTable::Position position;
@@ -103,9 +94,25 @@ std::optional<std::size_t> Gate::AdmitAnswer(Datagram answer) {
     pending = {position->second->QueryBuf, static_cast<std::size_t>(position->second->iQueryLen)};
   }
   worker.verdict = JudgeAnswer(answer, pending);
-  if (Passes(worker.verdict)) {
-    return answer.size();
-  }
-  ++shared_.verdict(worker.verdict);
-  return std::nullopt;
+  return Passes(worker.verdict) ? std::optional(answer.size()) : std::nullopt;
+}
+
+}  // namespace
+
+void OpenGate(SharedMemory& shared) { g_shared = &shared; }
+
+bool HasGate(int sock) {
+  return g_shared != nullptr && (sock == g_SockToClientApps || sock == g_SockToDNSServers);
+}
+
+std::optional<std::size_t> Admit(int sock, std::span<unsigned char> datagram,
+                                 const sockaddr_in& sender) {
+  return sock == g_SockToClientApps ? AdmitQuery(datagram, sender) : AdmitAnswer(datagram);
+}
+
+void Leave(SharedMemory& shared, int status, const std::string& why) {
+  static std::mutex leaving;
+  leaving.lock();  // for good
+  why.copy(shared.why, sizeof(shared.why) - 1);
+  _exit(status);
 }

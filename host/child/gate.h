@@ -2,59 +2,32 @@
 // call of its handler (system_calls.cpp). The guard judges, the gate acts.
 //
 // A worker that has been here once has an object of its thread. That is destroyed when the thread
-// ends, and tells.
+// ends, and ends the process.
 #ifndef HOST_CHILD_GATE_H_
 #define HOST_CHILD_GATE_H_
 
-#include <netinet/in.h>
-
-#include <functional>
+#include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
-#include <vector>
 
-#include "host/child/guard.h"
 #include "host/common/shared_memory.h"
 
-class Gate {
- public:
-  // The child's one gate, from the moment that it is set here; null in every other process. Set
-  // before there are workers.
-  static inline Gate* current_ = nullptr;
+// Opens the gate of this process, the child. Before there are workers. Without the guard it keeps
+// away nothing but probes and changes nothing.
+void OpenGate(SharedMemory& shared);
 
-  // `guarded`: false to keep away nothing but probes and to change nothing. `probe`: a query that
-  // nobody but the parent can send. `workerEnded` is called on a worker's thread as that ends, and
-  // must not return.
-  Gate(SharedMemory& shared, bool guarded, std::vector<unsigned char> probe,
-       std::function<void(const std::string& why)> workerEnded);
+// Whether what comes to `sock` goes through the gate: to the service's two sockets, once it is open.
+bool HasGate(int sock);
 
-  // `sender` has sent `datagram` to `sock`: how many of its bytes the service is to see; none, if
-  // it is to see nothing of it. Takes the OPT record off a query that the service will answer by
-  // itself; whatever comes to other sockets passes.
-  std::optional<std::size_t> Admit(int sock, std::span<unsigned char> datagram,
-                                   const sockaddr_in& sender);
+// `sender` has sent `datagram` to `sock`, which has the gate: how many of its bytes the service is
+// to see; none, if it is to see nothing of it. Takes the OPT record off a query that the service
+// will answer by itself.
+std::optional<std::size_t> Admit(int sock, std::span<unsigned char> datagram,
+                                 const sockaddr_in& sender);
 
- private:
-  // One worker's thread.
-  struct Worker {
-    ~Worker();
-
-    Gate& gate;
-    const char* name;
-    Verdict verdict;  // of its last datagram
-  };
-
-  std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sockaddr_in& sender);
-  std::optional<std::size_t> AdmitAnswer(Datagram answer);
-
-  // Whether the service may see what has been judged so.
-  bool Passes(Verdict verdict) const { return verdict == Verdict::kPasses || !guarded_; }
-
-  SharedMemory& shared_;
-  const bool guarded_;
-  const std::vector<unsigned char> probe_;
-  const std::function<void(const std::string& why)> workerEnded_;
-  sockaddr_in prober_ = {};  // the query thread's: who has sent the last probe
-};
+// Ends this process, from any thread: the workers may be running, so no destructor and no handler.
+// The parent is told why; of two threads that want to leave, the first gives the reason.
+[[noreturn]] void Leave(SharedMemory& shared, int status, const std::string& why);
 
 #endif  // HOST_CHILD_GATE_H_

@@ -1,7 +1,7 @@
 #include "host/child/guard.h"
 
 #include <algorithm>
-#include <array>
+#include <cctype>
 
 #include "dns_proxy_mac/proxy/dns_message.h"
 
@@ -20,8 +20,7 @@ constexpr unsigned char kRefused = 5;
 
 constexpr std::size_t kMaxNameSize = 255;
 constexpr std::size_t kTypeAndClassSize = 4;
-constexpr unsigned char kFirstBadLength =
-    128;  // length bytes from here on end the service's reading
+constexpr unsigned char kFirstBadLength = 128;  // length bytes from here on end the reading
 
 // An OPT record without options: the root's zero byte, type, payload size, flags, length of the
 // data.
@@ -33,48 +32,24 @@ unsigned BigEndian16(Datagram bytes, std::size_t offset) {
   return static_cast<unsigned>(bytes[offset] << 8 | bytes[offset + 1]);
 }
 
-// As the service reads the count: low byte first and signed.
-bool HasRecords(Datagram answer) {
-  const unsigned low = answer[kAnswerCountOffset];
-  const unsigned high = answer[kAnswerCountOffset + 1];
-  return static_cast<short>(low | high << 8) > 0;
-}
-
 // The question of `message`, which has a header: name, type and class; all the rest when the
 // message ends in it, or the name does not.
 Datagram Question(Datagram message) {
-  std::size_t end = kHeaderSize;
-  while (end < message.size() && message[end] != 0 && message[end] < kFirstBadLength) {
-    end += 1 + message[end];
-  }
-  const bool ended = end < message.size() && message[end] == 0;
   const Datagram rest = message.subspan(kHeaderSize);
-  return ended ? rest.first(std::min(rest.size(), end + 1 + kTypeAndClassSize - kHeaderSize))
-               : rest;
+  std::size_t end = 0;
+  while (end < rest.size() && rest[end] != 0 && rest[end] < kFirstBadLength) {
+    end += 1 + rest[end];
+  }
+  const bool ended = end < rest.size() && rest[end] == 0;
+  return ended ? rest.first(std::min(rest.size(), end + 1 + kTypeAndClassSize)) : rest;
 }
 
-unsigned char Folded(unsigned char c) {
-  return c >= 'A' && c <= 'Z' ? static_cast<unsigned char>(c - 'A' + 'a') : c;
-}
-
-// The labels without regard to case, and all else as it is: lengths, type, class.
+// Type and class as they are, all else without regard to case. That takes lengths of 65 to 90 for
+// others too, which no label has by RFC 1035.
 bool SameQuestion(Datagram a, Datagram b) {
-  if (a.size() != b.size()) {
-    return false;
-  }
-  std::size_t length = 0;  // where the next label's length stands
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (i != length) {
-      if (Folded(a[i]) != Folded(b[i])) {
-        return false;
-      }
-    } else if (a[i] == 0 || a[i] >= kFirstBadLength || a[i] != b[i]) {
-      return std::ranges::equal(a.subspan(i), b.subspan(i));
-    } else {
-      length += 1 + a[i];
-    }
-  }
-  return true;
+  const auto fold = [](unsigned char c) { return std::tolower(c); };
+  const std::size_t tail = std::min(a.size(), kTypeAndClassSize);
+  return std::ranges::equal(a, b, {}, fold, fold) && std::ranges::equal(a.last(tail), b.last(tail));
 }
 
 }  // namespace
@@ -101,12 +76,12 @@ Verdict JudgeAnswer(Datagram answer, Datagram pending) {
   if (answer.size() < kHeaderSize) {
     return Verdict::kShortAnswer;
   }
-  if (pending.size() < kHeaderSize || !HasRecords(answer)) {
-    return Verdict::kPasses;
-  }
-  const bool asked = BigEndian16(answer, kQuestionCountOffset) == 1 &&
-                     SameQuestion(Question(answer), Question(pending));
-  return asked ? Verdict::kPasses : Verdict::kOtherQuestion;
+  // As the service reads the count: low byte first and signed.
+  const int records = answer[kAnswerCountOffset] | answer[kAnswerCountOffset + 1] << 8;
+  const bool passes = pending.size() < kHeaderSize || static_cast<short>(records) <= 0 ||
+                      (BigEndian16(answer, kQuestionCountOffset) == 1 &&
+                       SameQuestion(Question(answer), Question(pending)));
+  return passes ? Verdict::kPasses : Verdict::kOtherQuestion;
 }
 
 std::vector<unsigned char> ErrorReply(Datagram query, Verdict verdict) {
@@ -117,22 +92,20 @@ std::vector<unsigned char> ErrorReply(Datagram query, Verdict verdict) {
   // A root query that is cut off has no question to give back.
   constexpr std::size_t kWhole = kHeaderSize + 1 + kTypeAndClassSize;
   const bool root = verdict == Verdict::kRoot && query.size() >= kWhole;
-  std::vector<unsigned char> reply(root ? kWhole : kHeaderSize);
-  std::ranges::copy(query.first(kFlagsHighOffset), reply.begin());  // the identifier
-  reply[kFlagsHighOffset] = static_cast<unsigned char>(
-      kResponseBit | (query[kFlagsHighOffset] & kOpcodeAndRecursionDesired));
+  const Datagram returned = query.first(root ? kWhole : kHeaderSize);
+  std::vector<unsigned char> reply(returned.begin(), returned.end());
+  reply[kFlagsHighOffset] &= kOpcodeAndRecursionDesired;
+  reply[kFlagsHighOffset] |= kResponseBit;
   reply[kFlagsLowOffset] = root ? kRefused : kFormatError;
-  if (root) {
-    reply[kQuestionCountOffset + 1] = 1;
-    std::ranges::copy(query.first(kWhole).subspan(kHeaderSize), reply.begin() + kHeaderSize);
-  }
+  std::fill_n(&reply[kQuestionCountOffset], kHeaderSize - kQuestionCountOffset, 0);
+  reply[kQuestionCountOffset + 1] = root ? 1 : 0;
   return reply;
 }
 
 std::size_t SizeWithoutOpt(Datagram query) {
-  constexpr std::array<unsigned char, 8> kOneQuestionAndOneMore = {0, 1, 0, 0, 0, 0, 0, 1};
+  constexpr unsigned char kOneQuestionAndOneMore[] = {0, 1, 0, 0, 0, 0, 0, 1};
   if (query.size() < kHeaderSize ||
-      !std::ranges::equal(query.subspan(kQuestionCountOffset, kOneQuestionAndOneMore.size()),
+      !std::ranges::equal(query.first(kHeaderSize).subspan(kQuestionCountOffset),
                           kOneQuestionAndOneMore)) {
     return query.size();
   }

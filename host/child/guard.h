@@ -11,7 +11,7 @@
 #include <span>
 #include <vector>
 
-#include "host/common/verdict.h"
+#include "host/common/shared_memory.h"
 
 // A datagram as it was received: up to 8,192 bytes, cut there if it was longer.
 using Datagram = std::span<const unsigned char>;

@@ -10,19 +10,12 @@
 #include "host/common/shared_memory.h"
 #include "host/common/trace.h"
 
-struct ServiceTask {
-  const std::vector<std::string>& servers;  // StartDnsSrv's arguments
-  const std::vector<std::pair<std::string, std::string>>& names;
-  const User& user;
-  Trace& trace;
-  SharedMemory& shared;
-  bool guarded;
-  std::vector<unsigned char> probe;  // the parent's query
-  int channel;                       // to the parent
-  int lastChannel;                   // the last child's, which may keep the port; or -1
-};
-
 // In a process of its own, just forked: runs the service until a worker or the parent has ended.
-[[noreturn]] void RunService(const ServiceTask& task) noexcept;
+// `channel` leads to the parent; `lastChannel` is the last child's, which may keep the port, or -1.
+// `servers` and `names` are StartDnsSrv's arguments.
+[[noreturn]] void RunService(const std::vector<std::string>& servers,
+                             const std::vector<std::pair<std::string, std::string>>& names,
+                             const User& user, const Trace& trace, SharedMemory& shared,
+                             int channel, int lastChannel) noexcept;
 
 #endif  // HOST_CHILD_RUN_SERVICE_H_

@@ -12,7 +12,6 @@
 #include <unistd.h>
 #endif
 
-#include <algorithm>
 #include <cstring>
 #include <optional>
 
@@ -47,18 +46,18 @@ ssize_t Receive(int sock, void* buffer, std::size_t size, int flags, sockaddr* s
 extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
                             socklen_t* senderLength) {
   const socklen_t room = senderLength == nullptr ? 0 : *senderLength;
-  std::optional<std::size_t> admitted;
-  do {
+  for (;;) {
     const ssize_t received = Receive(sock, buffer, size, flags, sender, senderLength);
-    if (received == -1 || Gate::current_ == nullptr || sender == nullptr ||
-        senderLength == nullptr) {
+    if (received == -1 || sender == nullptr || senderLength == nullptr || !HasGate(sock)) {
       return received;
     }
-    sockaddr_in from = {};  // which is what the service's sockets receive from
-    std::memcpy(&from, sender, std::min<std::size_t>(sizeof(from), *senderLength));
-    admitted = Gate::current_->Admit(
-        sock, {static_cast<unsigned char*>(buffer), static_cast<std::size_t>(received)}, from);
-    *senderLength = admitted ? *senderLength : room;
-  } while (!admitted);
-  return static_cast<ssize_t>(*admitted);
+    sockaddr_in from;  // which is what the service's sockets receive from, and asks for
+    std::memcpy(&from, sender, sizeof(from));
+    if (const std::optional<std::size_t> admitted =
+            Admit(sock, {static_cast<unsigned char*>(buffer), static_cast<std::size_t>(received)},
+                  from)) {
+      return static_cast<ssize_t>(*admitted);
+    }
+    *senderLength = room;
+  }
 }

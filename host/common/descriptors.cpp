@@ -1,9 +1,35 @@
 #include "host/common/descriptors.h"
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
+
+namespace {
+
+// A byte, which has no meaning, and room beside it for one descriptor (unix(7), SCM_RIGHTS).
+struct Message : msghdr {
+  Message() : msghdr() {
+    msg_iov = &part;
+    msg_iovlen = 1;
+    msg_control = control;
+    msg_controllen = CMSG_LEN(sizeof(int));
+  }
+
+  char byte = 0;
+  iovec part = {&byte, 1};
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+};
+
+// Makes `fd` what `by` has been; nothing if that is -1.
+void Replace(int fd, int by) {
+  dup2(by, fd);
+  close(by);
+}
+
+}  // namespace
 
 void KeepDescriptors(int end, std::initializer_list<int> kept) {
   int opened = STDIN_FILENO;
@@ -19,11 +45,32 @@ void KeepDescriptors(int end, std::initializer_list<int> kept) {
 
 void UnblockTerminals() {
   for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-    const char* const terminal = ttyname(fd);
-    const int opened = terminal == nullptr ? -1 : open(terminal, O_WRONLY | O_NONBLOCK | O_NOCTTY);
-    if (opened != -1) {
-      dup2(opened, fd);
-      close(opened);
+    if (const char* const terminal = ttyname(fd)) {
+      Replace(fd, open(terminal, O_WRONLY | O_NONBLOCK | O_NOCTTY));
+    }
+  }
+}
+
+void SendDescriptor(int channel, int fd) {
+  Message message;
+  cmsghdr* const header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(sizeof(int));
+  std::memcpy(CMSG_DATA(header), &fd, sizeof(fd));
+  sendmsg(channel, &message, MSG_DONTWAIT);
+}
+
+void TakeDescriptors(int channel, int fd) {
+  for (;;) {
+    Message message;
+    if (recvmsg(channel, &message, 0) <= 0) {
+      return;
+    }
+    if (const cmsghdr* const header = CMSG_FIRSTHDR(&message)) {
+      int taken = -1;
+      std::memcpy(&taken, CMSG_DATA(header), sizeof(taken));
+      Replace(fd, taken);
     }
   }
 }

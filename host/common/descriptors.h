@@ -1,4 +1,6 @@
-// Which descriptors this process has open.
+// Which descriptors this process has open, and how they go from one process to another: along a
+// channel, a pair of Unix sockets. What lies in its queue stays open, whoever has closed it
+// elsewhere.
 #ifndef HOST_COMMON_DESCRIPTORS_H_
 #define HOST_COMMON_DESCRIPTORS_H_
 
@@ -12,5 +14,12 @@ void KeepDescriptors(int end, std::initializer_list<int> kept = {});
 // Opens those of descriptors 1 and 2 that are terminals once more, not blocking: unlike a pipe a
 // terminal that is reported writable may block, and the shell's own descriptor stays as it is.
 void UnblockTerminals();
+
+// Sends `fd`. Does nothing when nobody is at the other end. Does not wait.
+void SendDescriptor(int channel, int fd);
+
+// Puts each descriptor that comes in the place of `fd`, at once for all threads that use it.
+// Returns when the other end has gone.
+void TakeDescriptors(int channel, int fd);
 
 #endif  // HOST_COMMON_DESCRIPTORS_H_

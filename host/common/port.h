@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "host/common/failure.h"
+#include "host/common/log.h"
 
 inline constexpr std::uint16_t kDnsPort = 53;
 

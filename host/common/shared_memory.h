@@ -1,15 +1,37 @@
-// What parent and child both see. It outlives each child: counts are those of all of them together.
+// What parent and child both see: what the guard says of datagrams (the child judges, the parent
+// tells), and how the child does. It outlives each child: counts are those of all of them together.
 #ifndef HOST_COMMON_SHARED_MEMORY_H_
 #define HOST_COMMON_SHARED_MEMORY_H_
+
+#include <netinet/in.h>
 
 #include <array>
 #include <atomic>
 #include <cstdint>
 
-#include "host/common/verdict.h"
+// A new reason is one more of these, its name, and a condition in child/guard.cpp.
+enum class Verdict : unsigned char {
+  kPasses,
+  kShortQuery,      // below the 12 bytes of a header
+  kQuestionCount,   // other than 1
+  kRoot,            // asks for the root
+  kUnreadableName,  // a name that the service reads as empty without its being the root
+  kShortAnswer,     // below 12 bytes, from whomever
+  kOtherQuestion,   // an answer with records for something else than was asked
+};
+
+// What status and log call them, in the order of the verdicts.
+inline constexpr std::array<const char*, 7> kVerdictNames = {
+    "passed",          "short_query",  "question_count", "root",
+    "unreadable_name", "short_answer", "other_question",
+};
 
 struct SharedMemory {
   using Count = std::atomic<std::uint64_t>;
+
+  // Set before there is a child. What comes to the service's port from `parent` is a probe.
+  bool guarded;
+  sockaddr_in parent;
 
   // Written by the workers of the child.
   Count received;                                    // datagrams of applications, probes included

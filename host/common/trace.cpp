@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-
-#include "host/common/failure.h"
+#include <utility>
 
 namespace {
 
@@ -28,29 +26,62 @@ int OpenFile(const std::string& path) {
   return fd;
 }
 
+Trace* g_trace = nullptr;      // constant while there is more than one thread, as is all of this
+FILE* g_passing = nullptr;     // the stream that passes lines on
+std::function<bool()> g_look;  // empty when nobody looks
+
+// Nothing can be written to standard input's.
+void ChooseStream() { stdout = g_trace->fd() == -1 && !g_look ? stdin : g_passing; }
+
+// A line of the service, on the thread that printed it.
+void Line(std::string_view line) {
+  g_trace->Write(line);
+  if (g_look) {
+    // Taken away for the call: if that leaves the process, its runtime may flush the stream.
+    const std::function<bool()> look = std::exchange(g_look, nullptr);
+    g_look = look() ? nullptr : look;
+    ChooseStream();
+  }
+}
+
+#if defined(__APPLE__)
+int WriteStream(void* /*cookie*/, const char* bytes, int size) {
+  Line({bytes, static_cast<std::size_t>(size)});
+  return size;
+}
+
+FILE* OpenPassing() { return funopen(nullptr, nullptr, WriteStream, nullptr, nullptr); }
+#else
+ssize_t WriteStream(void* /*cookie*/, const char* bytes, std::size_t size) {
+  Line({bytes, size});
+  return static_cast<ssize_t>(size);
+}
+
+FILE* OpenPassing() { return fopencookie(nullptr, "w", {nullptr, WriteStream, nullptr, nullptr}); }
+#endif
+
+// The stream's buffer holds the longest line (a name of 1,023 characters and some words), so that a
+// line arrives whole; a thread holds the stream's lock until its line has been passed on.
+constexpr std::size_t kStreamBuffer = 8192;
+
 }  // namespace
 
 void Trace::Open() {
-  if (!IsFile()) {
-    fd_ = path_.empty() ? -1 : STDOUT_FILENO;
-    return;
-  }
-  const int opened = OpenFile(path_);
-  fchmod(opened, 0600);  // also one that was there before
-  if (fd_ != -1) {
+  if (IsFile()) {
+    const int opened = OpenFile(path_);
+    fchmod(opened, 0600);  // also one that was there before
     close(fd_);
+    fd_ = opened;
   }
-  fd_ = opened;
 }
 
 void Trace::TryOpen() const {
-  if (!IsFile()) {
-    return;
-  }
-  const bool there = access(path_.c_str(), F_OK) == 0;
-  close(OpenFile(path_));
-  if (!there) {
-    unlink(path_.c_str());
+  if (IsFile()) {
+    const bool there = access(path_.c_str(), F_OK) == 0;
+    close(OpenFile(path_));
+    if (!there) {
+      unlink(path_.c_str());
+    }
   }
 }
 
@@ -61,14 +92,13 @@ bool Trace::Full() const {
 
 void Trace::Rotate() {
   const auto name = [this](int i) { return path_ + "." + std::to_string(i); };
-  if (access(path_.c_str(), F_OK) != 0) {
-    return Open();  // somebody has moved it: the others stay as they are
-  }
-  for (int i = keep_ - 1; i > 0; --i) {
-    std::rename(name(i).c_str(), name(i + 1).c_str());  // fails for those that are not there yet
-  }
-  if ((keep_ == 0 ? unlink(path_.c_str()) : std::rename(path_.c_str(), name(1).c_str())) != 0) {
-    throw SystemFailure("--trace " + path_ + " cannot be rotated");
+  if (access(path_.c_str(), F_OK) == 0) {  // else somebody has moved it: the others stay
+    for (int i = keep_ - 1; i > 0; --i) {
+      std::rename(name(i).c_str(), name(i + 1).c_str());  // fails for those that are not there yet
+    }
+    if ((keep_ == 0 ? unlink(path_.c_str()) : std::rename(path_.c_str(), name(1).c_str())) != 0) {
+      throw SystemFailure("--trace " + path_ + " cannot be rotated");
+    }
   }
   Open();
 }
@@ -77,16 +107,22 @@ void Trace::Write(std::string_view lines) {
   if (fd_ == -1 || lines.empty()) {
     return;
   }
-  const std::lock_guard<std::mutex> guard(mutex_);
   if (IsFile()) {  // which no reader can block; of a full disk the service does not suffer
     [[maybe_unused]] const ssize_t written = write(fd_, lines.data(), lines.size());
-    return;
+  } else {
+    writer_.Write(lines);
   }
-  if (lost_ > 0 &&
-      writer_.Write(fd_, "dns_proxy_host: " + std::to_string(lost_) + " trace lines lost here\n")) {
-    lost_ = 0;
-  }
-  if (lost_ > 0 || !writer_.Write(fd_, lines)) {
-    lost_ += static_cast<std::uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
-  }
+}
+
+void SendOutputTo(Trace& trace) {
+  static char buffer[kStreamBuffer];
+  g_trace = &trace;
+  g_passing = OpenPassing();
+  setvbuf(g_passing, buffer, _IOLBF, sizeof(buffer));
+  ChooseStream();
+}
+
+void LookAfterLines(std::function<bool()> look) {
+  g_look = std::move(look);
+  ChooseStream();
 }

@@ -1,13 +1,19 @@
 // Where the service's trace goes: nowhere, a file that is rotated, or standard output.
+//
+// The service reports by trace lines alone, one printf each, from the thread that has something to
+// say. A stream that is flushed at every line passes each of them on before the service's next
+// step. One that refuses to be written costs next to nothing: printf returns at once.
 #ifndef HOST_COMMON_TRACE_H_
 #define HOST_COMMON_TRACE_H_
 
+#include <unistd.h>
+
 #include <cstdint>
-#include <mutex>
+#include <functional>
 #include <string>
 #include <string_view>
 
-#include "host/common/line_writer.h"
+#include "host/common/log.h"
 
 // The parent opens and rotates the file. The child has the object with the descriptor that was open
 // when it was forked, and writes.
@@ -36,18 +42,24 @@ class Trace {
   int fd() const { return fd_; }
   bool IsFile() const { return !path_.empty() && path_ != "-"; }
 
-  // Whole lines, from any thread. Never waits for a reader: what a pipe or a terminal cannot take
-  // is counted, and the count is written as soon as there is room.
+  // Whole lines, one thread at a time: the stream below sees to that. Never waits for a reader.
   void Write(std::string_view lines);
 
  private:
   const std::string path_;
   const std::uint64_t size_;  // bytes
   const int keep_;
-  int fd_ = -1;
-  std::mutex mutex_;
-  LineWriter writer_;       // to standard output
-  std::uint64_t lost_ = 0;  // lines that could not be written
+  int fd_ = path_ == "-" ? STDOUT_FILENO : -1;
+  LineWriter writer_{STDOUT_FILENO, "trace lines"};  // to standard output
 };
+
+// Makes this process's `stdout` a stream that passes lines to `trace`, or refuses them when there
+// is no trace. Once; `trace` stays the caller's for the process's life. Before any other
+// thread; a child that is forked takes the stream along.
+void SendOutputTo(Trace& trace);
+
+// Calls `look` on the thread that prints, after each line until it returns true. For the time while
+// this process has one thread.
+void LookAfterLines(std::function<bool()> look);
 
 #endif  // HOST_COMMON_TRACE_H_

@@ -6,11 +6,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 
-#include "host/common/failure.h"
+#include "host/common/log.h"
 
 namespace {
 
@@ -20,16 +20,13 @@ using Call = int (*)(int, const sockaddr*, socklen_t);
 
 // Calls connect or bind with `path` as the address.
 bool AtPath(Call call, int sock, const std::string& path) {
-  sockaddr_un address;
-  std::memset(&address, 0, sizeof(address));
+  sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(address.sun_path)) {
-    errno = ENAMETOOLONG;
-    return false;
-  }
-  path.copy(address.sun_path, path.size());
-  return call(sock, reinterpret_cast<const sockaddr*>(&address),
-              static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size())) == 0;
+  const std::size_t size = path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+  errno = ENAMETOOLONG;
+  return size == path.size() &&
+         call(sock, reinterpret_cast<const sockaddr*>(&address),
+              static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + size)) == 0;
 }
 
 }  // namespace
@@ -37,31 +34,26 @@ bool AtPath(Call call, int sock, const std::string& path) {
 int ConnectUnix(const std::string& path, int type) {
   const int sock = socket(AF_UNIX, type, 0);
   fcntl(sock, F_SETFL, O_NONBLOCK);  // whoever listens there may have stopped accepting
-  if (!AtPath(connect, sock, path)) {
-    const int error = errno;
-    close(sock);
-    errno = error;
-    return -1;
+  if (AtPath(connect, sock, path)) {
+    return sock;
   }
-  return sock;
+  close(sock);  // which succeeds, and leaves errno alone
+  return -1;
 }
 
 int ListenUnix(const std::string& path) {
   const int other = ConnectUnix(path, SOCK_STREAM);
-  const bool left = other == -1 && errno == ECONNREFUSED;
-  close(other);
   if (other != -1) {
+    close(other);
     throw Failure{kExitFailure, "--socket " + path + ": another process listens there"};
   }
   struct stat state;
-  if (left && lstat(path.c_str(), &state) == 0 && S_ISSOCK(state.st_mode)) {
+  if (errno == ECONNREFUSED && lstat(path.c_str(), &state) == 0 && S_ISSOCK(state.st_mode)) {
     unlink(path.c_str());
   }
   const int sock = socket(AF_UNIX, SOCK_STREAM, 0);
-  const mode_t mask = umask(0177);
-  const bool bound = AtPath(bind, sock, path);
-  umask(mask);
-  if (!bound || listen(sock, kBacklog) != 0) {
+  umask(0177);  // for good: this process makes nothing for others
+  if (!AtPath(bind, sock, path) || listen(sock, kBacklog) != 0) {
     throw SystemFailure("--socket " + path);
   }
   fcntl(sock, F_SETFL, O_NONBLOCK);

@@ -1,68 +1,72 @@
 // Does the service live? The rules, without sockets and with the time handed in.
 //
-//   starting  asked every 20 ms until it answers for the first time, or its patience is at an end
-//   serving   asked once an interval, and every 200 ms until that is answered
+//   starting  asked every 20 ms until it has taken up something, or its patience is at an end
+//   serving   asked once an interval, and every 20 ms then until it has, for 200 ms at the most
 //
-// A query thread that takes up datagrams is alive: where one has since the last probe, that or its
-// answer was lost to load.
+// A query thread that takes up datagrams is alive, whatever they are: it need not answer.
 #ifndef HOST_PARENT_PROBE_H_
 #define HOST_PARENT_PROBE_H_
 
 #include <cstdint>
 #include <optional>
 
-#include "host/common/clock.h"
+#include "host/common/waiting.h"
 
 class Probe {
  public:
-  static constexpr Milliseconds kStartInterval{20};
+  static constexpr Milliseconds kRepeat{20};
   static constexpr Milliseconds kTimeout{200};
 
-  // A child has been started that has `patience` to answer. Due at once.
+  enum class Finding {
+    kAsk,    // it is to be asked now
+    kLives,  // it has taken up something since it was asked
+    kFailed  // there is no hope any more
+  };
+
+  // A child has been started that has `patience` to come up. Due at once.
   void Start(TimePoint now, Milliseconds patience) {
-    answerBy_ = now + patience;
     due_ = now;
+    failsAt_ = now + patience;
     serving_ = false;
     pending_ = false;
   }
 
-  // When to ask next.
+  // When to look next.
   TimePoint due() const { return due_; }
 
-  // It is being asked, and has `received` so many datagrams up to now.
-  void Asked(TimePoint now, std::uint64_t received) {
-    pending_ = true;
-    askedAt_ = now;
-    receivedBefore_ = received;
-    due_ = now + (serving_ ? kTimeout : kStartInterval);
-  }
-
-  // It has answered. `interval` is the time from the last question to the next one.
-  void Answered(TimePoint now, Milliseconds interval) {
-    pending_ = false;
-    serving_ = true;
-    answeredAt_ = now;
-    due_ = askedAt_ + interval;
-  }
-
-  // When it is due and has `received` so many datagrams: there is no hope any more.
-  bool Failed(TimePoint now, std::uint64_t received) const {
-    return pending_ && received == receivedBefore_ && (serving_ || now >= answerBy_);
+  // It is due, and the child has taken up `received` datagrams up to now. `interval` is the time
+  // from the first asking to the next one.
+  Finding Look(TimePoint now, std::uint64_t received, Milliseconds interval) {
+    if (pending_ && received != receivedBefore_) {
+      pending_ = false;
+      serving_ = true;
+      livedAt_ = now;
+      due_ = askedAt_ + interval;
+      return Finding::kLives;
+    }
+    if (!pending_) {
+      pending_ = true;
+      askedAt_ = now;
+      receivedBefore_ = received;
+      failsAt_ = serving_ ? now + kTimeout : failsAt_;
+    }
+    due_ = now + kRepeat;
+    return now < failsAt_ ? Finding::kAsk : Finding::kFailed;
   }
 
   bool serving() const { return serving_; }
 
-  // The last answer of any child.
-  std::optional<TimePoint> answeredAt() const { return answeredAt_; }
+  // When any child was last found alive.
+  std::optional<TimePoint> livedAt() const { return livedAt_; }
 
  private:
   TimePoint due_;
   TimePoint askedAt_;
-  TimePoint answerBy_;
+  TimePoint failsAt_;
   bool serving_ = false;
-  bool pending_ = false;  // the last question has no answer yet
+  bool pending_ = false;  // asked, and nothing taken up yet
   std::uint64_t receivedBefore_ = 0;
-  std::optional<TimePoint> answeredAt_;
+  std::optional<TimePoint> livedAt_;
 };
 
 #endif  // HOST_PARENT_PROBE_H_

@@ -8,23 +8,30 @@
 
 #include <algorithm>
 #include <cstring>
-#include <iterator>
 #include <new>
 
 #include "host/child/run_service.h"
-#include "host/common/channel.h"
-#include "host/common/failure.h"
+#include "host/common/descriptors.h"
+#include "host/common/port.h"
 
-ServiceProcess::ServiceProcess(Trace& trace, const User& user, bool guarded)
+ServiceProcess::ServiceProcess(const Trace& trace, const User& user, bool guarded)
     : trace_(trace),
       user_(user),
-      guarded_(guarded),
       shared_(static_cast<SharedMemory*>(mmap(nullptr, sizeof(SharedMemory), PROT_READ | PROT_WRITE,
-                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0))),
+      fd_(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP)) {
   if (shared_ == MAP_FAILED) {
     throw SystemFailure("no shared memory");
   }
   new (shared_) SharedMemory();
+  shared_->guarded = guarded;
+  // Connected, so that the system chooses a port now and nobody else's datagrams come.
+  const sockaddr_in service = DnsAddress(htonl(INADDR_LOOPBACK));
+  socklen_t length = sizeof(shared_->parent);
+  if (connect(fd_, reinterpret_cast<const sockaddr*>(&service), sizeof(service)) != 0 ||
+      getsockname(fd_, reinterpret_cast<sockaddr*>(&shared_->parent), &length) != 0) {
+    throw SystemFailure("no socket to ask the service with");
+  }
 }
 
 ServiceProcess::~ServiceProcess() {
@@ -32,39 +39,40 @@ ServiceProcess::~ServiceProcess() {
     kill(process_, SIGKILL);
     waitpid(process_, nullptr, 0);
   }
-  munmap(shared_, sizeof(SharedMemory));
 }
 
-void ServiceProcess::Start(const Configuration& configuration,
-                           const std::vector<unsigned char>& probe) {
+void ServiceProcess::Start(const Configuration& configuration) {
+  // Whether the last child's channel keeps the port is asked of the system: a child may be killed
+  // before it could say what it has sent.
+  char byte = 0;
+  const bool kept = recv(channel_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
+  if (const std::optional<Failure> fault = kept ? std::nullopt : PortFault()) {
+    throw Failure(*fault);
+  }
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
     throw SystemFailure("no channel to a child process");
   }
   std::memset(shared_->why, 0, sizeof(shared_->why));
   why_.clear();
-  process_ = fork();
-  if (process_ == 0) {
-    RunService({configuration.servers, configuration.names, user_, trace_, *shared_, guarded_,
-                probe, ends[1], channel_});
+  const pid_t process = fork();
+  if (process == 0) {
+    RunService(configuration.servers, configuration.names, user_, trace_, *shared_, ends[1],
+               channel_);
   }
   close(ends[1]);
-  if (process_ == -1) {
-    process_ = 0;
+  if (process == -1) {
     close(ends[0]);
     throw SystemFailure("no child process");
   }
+  process_ = process;
   // Now the child alone keeps the port, and may let it go.
   close(channel_);
   channel_ = ends[0];
   send(channel_, "", 1, 0);
 }
 
-bool ServiceProcess::KeepsPort() const {
-  // Asked of the system: a child may be killed before it could say what it has sent.
-  char byte = 0;
-  return recv(channel_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
-}
+void ServiceProcess::Ask() const { send(fd_, "", 1, MSG_DONTWAIT); }
 
 void ServiceProcess::RenewTrace() const { SendDescriptor(channel_, trace_.fd()); }
 
@@ -75,24 +83,25 @@ void ServiceProcess::Kill(const std::string& why) {
   }
 }
 
-std::optional<int> ServiceProcess::Reap() {
+std::optional<Failure> ServiceProcess::Reap() {
+  char byte = 0;
+  recv(fd_, &byte, 1, MSG_DONTWAIT);
   int status = 0;
   while (process_ != 0 && waitpid(process_, &status, WNOHANG | WUNTRACED) == process_) {
-    if (!WIFSTOPPED(status)) {
-      process_ = 0;
-      return status;
+    if (WIFSTOPPED(status)) {
+      Kill("service was stopped by a signal");
+      continue;
     }
-    Kill("service was stopped by a signal");
+    process_ = 0;
+    // Bounded: a child that was taken over may have written anything.
+    std::string said(shared_->why, sizeof(shared_->why));
+    said.erase(std::min(said.find('\0'), said.size()));
+    const bool exited = WIFEXITED(status);
+    const int number = exited ? WEXITSTATUS(status) : WTERMSIG(status);
+    const std::string how = exited ? "service left with status " : "service was ended by signal ";
+    return Failure{exited ? number : kExitDone, !why_.empty()   ? why_
+                                                : !said.empty() ? said
+                                                                : how + std::to_string(number)};
   }
   return std::nullopt;
-}
-
-std::string ServiceProcess::Reason(int status) const {
-  // Bounded: a child that was taken over may have written anything.
-  const std::string said(shared_->why, std::find(shared_->why, std::end(shared_->why), '\0'));
-  if (!why_.empty() || !said.empty()) {
-    return why_.empty() ? said : why_;
-  }
-  return WIFSIGNALED(status) ? "service was ended by signal " + std::to_string(WTERMSIG(status))
-                             : "service left with status " + std::to_string(WEXITSTATUS(status));
 }

@@ -12,7 +12,6 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "host/common/rights.h"
 #include "host/common/shared_memory.h"
@@ -21,18 +20,24 @@
 
 class ServiceProcess {
  public:
-  // The references stay the caller's and outlive this.
-  ServiceProcess(Trace& trace, const User& user, bool guarded);
+  // The references stay the caller's and outlive this. Throws Failure if the system refused.
+  ServiceProcess(const Trace& trace, const User& user, bool guarded);
 
   // Ends the child, if there is one, and waits for its end.
   ~ServiceProcess();
 
-  // Forks a process that runs the service until it ends, and answers `probe` at the port. There
-  // must be none, and the parent must have one thread only. Throws Failure if the system refused.
-  void Start(const Configuration& configuration, const std::vector<unsigned char>& probe);
+  // Forks a process that runs the service until it ends. There must be none, and the parent must
+  // have one thread only. Throws Failure if the system refused, or another process has the port.
+  void Start(const Configuration& configuration);
 
   // 0 when there is none.
   pid_t id() const { return process_; }
+
+  // Asks the child to take up a datagram, which its gate keeps away from the service.
+  void Ask() const;
+
+  // Readable when a query has come that the parent wanted to hear of, until the next Reap().
+  int fd() const { return fd_; }
 
   // Gives the child the trace file that is open now.
   void RenewTrace() const;
@@ -40,23 +45,17 @@ class ServiceProcess {
   // Ends the child, stopped or not. Reap() will say so.
   void Kill(const std::string& why);
 
-  // How the child has ended (waitpid's status), if it has since the last call. One that was stopped
-  // is killed and comes up later. Does not wait.
-  std::optional<int> Reap();
-
-  // Why the child that ended with `status` has.
-  std::string Reason(int status) const;
-
-  // Whether the last child's channel keeps the port for the next one: no other process can have it.
-  bool KeepsPort() const;
+  // Why the child has ended, if it has since the last call, and the status that it left with. One
+  // that was stopped is killed and comes up later. Does not wait.
+  std::optional<Failure> Reap();
 
   SharedMemory& shared() const { return *shared_; }
 
  private:
-  Trace& trace_;
+  const Trace& trace_;
   const User& user_;
-  const bool guarded_;
-  SharedMemory* const shared_;
+  SharedMemory* const shared_;  // to the end of the process, as
+  const int fd_;                // the socket to ask from is
   pid_t process_ = 0;
   int channel_ = -1;  // to the child, which ends when it is closed; or from the last one
   std::string why_;   // it was killed; empty if it was not

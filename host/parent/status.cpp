@@ -8,8 +8,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "host/common/failure.h"
-#include "host/common/text.h"
+#include "host/common/log.h"
 #include "host/common/unix_socket.h"
 
 namespace {
@@ -98,9 +97,8 @@ void PrintStatus(const std::string& path, bool json) {
   std::string text;
   char bytes[1024];
   ssize_t size = 0;
-  const TimePoint until = Clock::now() + kPatience;
   while (sock != -1 && text.size() < kMaxStatus &&
-         poll(&answer, 1, static_cast<int>(Left(until).count())) == 1 &&
+         poll(&answer, 1, static_cast<int>(kPatience.count())) == 1 &&
          (size = read(sock, bytes, sizeof(bytes))) > 0) {
     text.append(bytes, static_cast<std::size_t>(size));
   }

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "host/common/clock.h"
+#include "host/common/waiting.h"
 
 // JSON from its parts.
 std::string Quoted(const std::string& text);

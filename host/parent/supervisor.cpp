@@ -1,19 +1,11 @@
 #include "host/parent/supervisor.h"
 
-#include <arpa/inet.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
-#include "host/common/failure.h"
-#include "host/common/log.h"
-#include "host/common/port.h"
-#include "host/common/signals.h"
-#include "host/common/text.h"
 #include "host/common/unix_socket.h"
 
 namespace {
@@ -54,13 +46,13 @@ Supervisor::Supervisor(const Options& options, const Configuration& configuratio
 void Supervisor::Run() {
   while (!TakeSignal(SIGTERM) && !TakeSignal(SIGINT)) {
     if (TakeSignal(SIGHUP)) {
-      RenewTrace(false);
+      RenewTrace(&Trace::Open);
       Reload();
     }
     NoteQueries();
-    Receive();
-    if (const std::optional<int> status = service_.Reap()) {
-      OnChildEnd(*status);
+    monitor_.Receive(now_);
+    if (const std::optional<Failure> end = service_.Reap()) {
+      OnChildEnd(*end);
     }
     if (state() == State::kWaiting && now_ >= startAt_) {
       Start();
@@ -68,12 +60,17 @@ void Supervisor::Run() {
     if (state() != State::kWaiting && now_ >= probe_.due()) {
       CheckFiles();
       TellKeptAway();
-      AskService();
+      LookAtService();
     }
-    AskUpstreams();
-    FollowUpstreams();
+    if (!Idle()) {
+      monitor_.AskDue(now_);
+    }
+    const std::vector<std::string> choice = monitor_.Choice();
+    if (choice != running_.servers) {
+      service_.Kill("upstream servers are now " + Joined(choice));
+    }
     listener_.Answer([this] { return Report(); });
-    WaitFor({askSocket_, listener_.fd()},
+    WaitFor({monitor_.fd(), service_.fd(), listener_.fd()},
             std::min(state() == State::kWaiting ? startAt_ : probe_.due(),
                      Idle() ? TimePoint::max() : monitor_.due()));
     now_ = Clock::now();
@@ -91,17 +88,9 @@ void Supervisor::Start() {
   startedAt_ = now_;
   running_ = {monitor_.Choice(), configuration_.names};
   receivedAtStart_ = Received();
-  // A question with 64 random bits behind it: no application can pass its own off as this one.
-  probeQuery_ = MakeQuestion(static_cast<std::uint16_t>(random_()));
-  std::generate_n(std::back_inserter(probeQuery_), 8,
-                  [this] { return static_cast<unsigned char>(random_()); });
   probe_.Start(now_, kStartTimeout * (1 << std::min(failedStarts_, kMaxDoublings)));
   try {
-    const std::optional<Failure> fault = service_.KeepsPort() ? std::nullopt : PortFault();
-    if (fault) {
-      throw Failure(*fault);
-    }
-    service_.Start(running_, probeQuery_);
+    service_.Start(running_);
     failure_.clear();
   } catch (const Failure& failure) {
     LogOnce(failure.why);
@@ -109,18 +98,17 @@ void Supervisor::Start() {
   }
 }
 
-void Supervisor::OnChildEnd(int status) {
-  const std::string why = service_.Reason(status);
-  if (!ready_ && WIFEXITED(status) && WEXITSTATUS(status) == kExitNoRight) {
-    throw Failure{kExitNoRight, why};
+void Supervisor::OnChildEnd(const Failure& end) {
+  if (!ready_ && end.status == kExitNoRight) {
+    throw Failure(end);
   }
   ++restartCount_;
-  restarts_.push_front({now_, why});
+  restarts_.push_front({now_, end.why});
   restarts_.resize(std::min(restarts_.size(), kRestartsKept));
   if (now_ - loggedAt_ >= kBetweenRestartLines) {
     loggedAt_ = now_;
-    Log("warning",
-        "starting the service again: " + why + " (number " + std::to_string(restartCount_) + ")");
+    Log("warning", "starting the service again: " + end.why + " (number " +
+                       std::to_string(restartCount_) + ")");
   }
   ScheduleStart(Received() != receivedAtStart_);
 }
@@ -144,7 +132,7 @@ void Supervisor::NoteQueries() {
 // together.
 void Supervisor::CheckFiles() {
   if (trace_.Full()) {
-    RenewTrace(true);
+    RenewTrace(&Trace::Rotate);
   }
   if (options_.servers.empty() && ReadResolvConf() != resolvConf_) {
     Reload();
@@ -166,43 +154,19 @@ void Supervisor::TellKeptAway() {
   }
 }
 
-void Supervisor::AskService() {
-  if (probe_.Failed(now_, Received())) {
-    service_.Kill(probe_.serving() ? "service does not answer" : "service does not come up");
-  }
-  probe_.Asked(now_, Received());
-  Ask(askSocket_, htonl(INADDR_LOOPBACK), probeQuery_);
-}
-
-void Supervisor::Receive() {
-  for (const Response& response : ReceiveResponses(askSocket_)) {
-    if (response.server != htonl(INADDR_LOOPBACK)) {
-      monitor_.Answered(now_, response);
-      continue;
-    }
-    if (probeQuery_.empty() || response.id != QuestionId(probeQuery_)) {
-      continue;  // the last child's
-    }
-    const Milliseconds interval(options_.probeInterval);
-    probe_.Answered(now_, Idle() ? std::max(kIdleInterval, interval) : interval);
-    if (!ready_) {
-      ready_ = true;
-      Log("info", "serving on UDP 127.0.0.1 port 53");
-      NotifyManager("READY=1");
-    }
-  }
-}
-
-void Supervisor::AskUpstreams() {
-  if (!Idle()) {
-    monitor_.AskDue(now_, askSocket_);
-  }
-}
-
-void Supervisor::FollowUpstreams() {
-  const std::vector<std::string> choice = monitor_.Choice();
-  if (choice != running_.servers) {
-    service_.Kill("upstream servers are now " + Joined(choice));
+void Supervisor::LookAtService() {
+  const Milliseconds interval(options_.probeInterval);
+  switch (probe_.Look(now_, Received(), Idle() ? std::max(kIdleInterval, interval) : interval)) {
+    case Probe::Finding::kAsk:
+      return service_.Ask();
+    case Probe::Finding::kFailed:
+      return service_.Kill(probe_.serving() ? "service does not answer"
+                                            : "service does not come up");
+    case Probe::Finding::kLives:
+      if (!std::exchange(ready_, true)) {
+        Log("info", "serving on UDP 127.0.0.1 port 53");
+        NotifyManager("READY=1");
+      }
   }
 }
 
@@ -225,12 +189,12 @@ void Supervisor::Reload() {
   }
 }
 
-void Supervisor::RenewTrace(bool rotate) {
+void Supervisor::RenewTrace(void (Trace::*how)()) {
   if (!trace_.IsFile()) {
     return;
   }
   try {
-    rotate ? trace_.Rotate() : trace_.Open();
+    (trace_.*how)();
     service_.RenewTrace();
     failure_.clear();
   } catch (const Failure& failure) {
@@ -269,7 +233,7 @@ std::string Supervisor::Report() const {
     keptAway.push_back(Member(kVerdictNames[verdict], std::to_string(shared.verdicts[verdict])));
   }
   constexpr const char* kStateNames[] = {"waiting to start again", "starting", "serving"};
-  const auto answeredAt = probe_.answeredAt();
+  const auto livedAt = probe_.livedAt();
   return Outermost({{"state", Quoted(kStateNames[static_cast<int>(state())])},
                     {"uptime_s", Seconds(now_ - begun_)},
                     {"host_process", std::to_string(getpid())},
@@ -278,7 +242,7 @@ std::string Supervisor::Report() const {
                     {"kept_away", Object(keptAway)},
                     {"opt_records_taken", std::to_string(shared.optRecords)},
                     {"error", failure_.empty() ? "null" : Quoted(failure_)},
-                    {"last_probe_s_ago", answeredAt ? Seconds(now_ - *answeredAt) : "null"},
+                    {"last_probe_s_ago", livedAt ? Seconds(now_ - *livedAt) : "null"},
                     {"upstreams", Array(upstreams)},
                     {"restarts", std::to_string(restartCount_)},
                     {"last_restarts", Array(restarts)}});

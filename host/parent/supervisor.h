@@ -4,21 +4,13 @@
 
 #include <cstdint>
 #include <deque>
-#include <random>
 #include <string>
-#include <vector>
 
-#include "host/common/clock.h"
-#include "host/common/rights.h"
-#include "host/common/trace.h"
-#include "host/options.h"
 #include "host/parent/configuration.h"
 #include "host/parent/probe.h"
-#include "host/parent/questions.h"
 #include "host/parent/service_process.h"
 #include "host/parent/status.h"
 #include "host/parent/upstream_monitor.h"
-#include "host/parent/upstreams.h"
 
 class Supervisor {
  public:
@@ -36,27 +28,24 @@ class Supervisor {
   // again and again.
   enum class State {
     kWaiting,   // no child; the next start is due at startAt_
-    kStarting,  // forked; no probe has been answered yet
+    kStarting,  // forked, and has taken up no probe yet
     kServing    // probed, and its servers watched
   };
   State state() const;
 
   // The child's life.
   void Start();
-  void OnChildEnd(int status);
+  void OnChildEnd(const Failure& end);
   void ScheduleStart(bool served);
 
   // While it serves.
   void NoteQueries();
   void CheckFiles();
   void TellKeptAway();
-  void AskService();
-  void AskUpstreams();
-  void FollowUpstreams();
-  void Receive();
+  void LookAtService();
 
   void Reload();
-  void RenewTrace(bool rotate);
+  void RenewTrace(void (Trace::*how)());
   void LogOnce(const std::string& why);
   std::string Report() const;
 
@@ -68,13 +57,9 @@ class Supervisor {
   Configuration configuration_;
   Trace& trace_;
   StatusListener& listener_;
-
-  std::mt19937 random_{std::random_device{}()};
-  const int askSocket_ = OpenQuestionSocket();  // to the end of the process
   UpstreamMonitor monitor_;
   ServiceProcess service_;
   Probe probe_;
-  std::vector<unsigned char> probeQuery_;  // one for each child
 
   TimePoint now_ = Clock::now();
   const TimePoint begun_ = now_;

@@ -13,7 +13,7 @@
 
 #include <optional>
 
-#include "host/common/clock.h"
+#include "host/common/waiting.h"
 
 class UpstreamHealth {
  public:

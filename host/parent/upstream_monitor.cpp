@@ -1,14 +1,31 @@
 #include "host/parent/upstream_monitor.h"
 
 #include <arpa/inet.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <cstring>
+
+#include "host/common/port.h"
+
+namespace {
+
+constexpr int kReceivedAtOnce = 64;
+constexpr std::size_t kHeaderSize = 12;
+constexpr unsigned char kResponseBit = 0x80;  // QR, in the header's third byte
+
+}  // namespace
+
+UpstreamMonitor::UpstreamMonitor() : fd_(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP)) {
+  if (fd_ == -1) {
+    throw SystemFailure("no socket to ask with");
+  }
+}
 
 void UpstreamMonitor::Watch(const std::vector<std::string>& servers, TimePoint now) {
   std::vector<Upstream> watched;
   for (const std::string& server : servers) {
-    const auto known = std::find_if(upstreams_.begin(), upstreams_.end(),
-                                    [&](const Upstream& old) { return old.name == server; });
+    const auto known = std::ranges::find(upstreams_, server, &Upstream::name);
     watched.push_back(known != upstreams_.end()
                           ? *known
                           : Upstream{server, inet_addr(server.c_str()), 0, UpstreamHealth(now)});
@@ -24,7 +41,7 @@ TimePoint UpstreamMonitor::due() const {
   return Watching() ? earliest : TimePoint::max();
 }
 
-void UpstreamMonitor::AskDue(TimePoint now, int sock) {
+void UpstreamMonitor::AskDue(TimePoint now) {
   std::uniform_int_distribution<Milliseconds::rep> jitter(-UpstreamHealth::kJitter.count(),
                                                           UpstreamHealth::kJitter.count());
   for (Upstream& upstream : upstreams_) {
@@ -32,16 +49,35 @@ void UpstreamMonitor::AskDue(TimePoint now, int sock) {
       if (!upstream.health.repeats()) {
         upstream.id = static_cast<std::uint16_t>(random_());
       }
-      Ask(sock, upstream.address, MakeQuestion(upstream.id));
+      // The servers of the root (RFC 1035, section 4.1): every server knows something to say about
+      // them. Recursion desired; one question, no record; the root, NS, Internet.
+      unsigned char question[] = {0, 0, 1, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 1};
+      std::memcpy(question, &upstream.id, sizeof(upstream.id));
+      const sockaddr_in server = DnsAddress(upstream.address);
+      sendto(fd_, question, sizeof(question), 0, reinterpret_cast<const sockaddr*>(&server),
+             sizeof(server));
       upstream.health.Asked(now, UpstreamHealth::kInterval + Milliseconds(jitter(random_)));
     }
   }
 }
 
-void UpstreamMonitor::Answered(TimePoint now, const Response& response) {
-  for (Upstream& upstream : upstreams_) {
-    if (upstream.address == response.server && upstream.id == response.id) {
-      upstream.health.Answered(now);
+void UpstreamMonitor::Receive(TimePoint now) {
+  for (int received = 0; received < kReceivedAtOnce; ++received) {
+    unsigned char header[kHeaderSize] = {};  // which is enough of it
+    sockaddr_in sender = {};
+    socklen_t length = sizeof(sender);
+    const ssize_t size = recvfrom(fd_, header, sizeof(header), MSG_DONTWAIT,
+                                  reinterpret_cast<sockaddr*>(&sender), &length);
+    if (size == -1) {
+      return;
+    }
+    const bool response = size == sizeof(header) && (header[2] & kResponseBit) != 0 &&
+                          sender.sin_port == htons(kDnsPort);
+    for (Upstream& upstream : upstreams_) {
+      if (response && upstream.address == sender.sin_addr.s_addr &&
+          std::memcmp(header, &upstream.id, sizeof(upstream.id)) == 0) {
+        upstream.health.Answered(now);
+      }
     }
   }
 }

@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "host/common/clock.h"
-#include "host/parent/questions.h"
 #include "host/parent/upstream_health.h"
 
 class UpstreamMonitor {
@@ -18,9 +16,12 @@ class UpstreamMonitor {
   struct Upstream {
     std::string name;   // dotted decimal
     in_addr_t address;  // network order
-    std::uint16_t id;   // of the question that waits for its answer
+    std::uint16_t id;   // of the question that waits for its answer; as it travels
     UpstreamHealth health;
   };
+
+  // Opens a socket to ask from, to the end of the process. Throws Failure.
+  UpstreamMonitor();
 
   // Watches these from now on. Of one that was watched before, what is known is kept.
   void Watch(const std::vector<std::string>& servers, TimePoint now);
@@ -28,13 +29,18 @@ class UpstreamMonitor {
   // Whether there is anything to choose.
   bool Watching() const { return upstreams_.size() > 1; }
 
-  // When to Ask next.
+  // When to ask next.
   TimePoint due() const;
 
-  // Asks whom it is time to ask, from `sock`.
-  void AskDue(TimePoint now, int sock);
+  // Asks whom it is time to ask. A question that cannot be sent is one without an answer.
+  void AskDue(TimePoint now);
 
-  void Answered(TimePoint now, const Response& response);
+  // Readable when there is something to receive.
+  int fd() const { return fd_; }
+
+  // Takes the responses among the next datagrams that have arrived. Does not wait, and looks at no
+  // more than 64 of them: anybody on this machine can send some.
+  void Receive(TimePoint now);
 
   // Whom the service should ask, in the configured order: those that are alive. Silent ones are
   // left out, because the service waits for ever on the first silent one that it comes to, which
@@ -44,6 +50,7 @@ class UpstreamMonitor {
   const std::vector<Upstream>& upstreams() const { return upstreams_; }
 
  private:
+  const int fd_;
   std::vector<Upstream> upstreams_;
   std::mt19937 random_{std::random_device{}()};
 };

@@ -7,14 +7,22 @@ namespace {
 constexpr Milliseconds kPatience{2000};
 constexpr Milliseconds kInterval{250};
 
+using enum Probe::Finding;
+
 class ProbeTest : public ::testing::Test {
  protected:
   ProbeTest() { probe_.Start(now_, kPatience); }
 
-  // Serving since just now.
+  // Looks when it is due.
+  Probe::Finding Look(std::uint64_t received) {
+    now_ = probe_.due();
+    return probe_.Look(now_, received, kInterval);
+  }
+
+  // Serving, with seven datagrams taken up.
   void Serve() {
-    probe_.Asked(now_, 0);
-    probe_.Answered(now_, kInterval);
+    EXPECT_EQ(Look(6), kAsk);
+    EXPECT_EQ(Look(7), kLives);
   }
 
   TimePoint now_ = Clock::now();
@@ -24,45 +32,54 @@ class ProbeTest : public ::testing::Test {
 TEST_F(ProbeTest, NewChildIsAskedAtOnceAndUntilItsPatienceIsAtAnEnd) {
   const TimePoint end = now_ + kPatience;
   EXPECT_EQ(probe_.due(), now_);
-  while (now_ < end) {
-    EXPECT_FALSE(probe_.Failed(now_, 0));
-    probe_.Asked(now_, 0);
-    EXPECT_EQ(probe_.due(), now_ + Probe::kStartInterval);
-    now_ = probe_.due();
+  while (now_ + Probe::kRepeat < end) {
+    EXPECT_EQ(Look(3), kAsk);
+    EXPECT_EQ(probe_.due(), now_ + Probe::kRepeat);
   }
   EXPECT_FALSE(probe_.serving());
-  EXPECT_TRUE(probe_.Failed(now_, 0));
-  EXPECT_FALSE(probe_.Failed(now_, 1)) << "it takes up datagrams";
+  EXPECT_EQ(Look(3), kFailed);
 }
 
-TEST_F(ProbeTest, ServiceThatAnswersIsAskedAgainAfterTheInterval) {
+TEST_F(ProbeTest, WhatItTakesUpAtTheLastMomentSavesIt) {
+  while (Look(3) == kAsk) {
+  }
+  EXPECT_EQ(Look(4), kLives);
+}
+
+TEST_F(ProbeTest, ServiceThatLivesIsAskedAgainAfterTheInterval) {
+  const TimePoint asked = now_;
   Serve();
   EXPECT_TRUE(probe_.serving());
-  EXPECT_EQ(probe_.answeredAt(), now_);
-  EXPECT_EQ(probe_.due(), now_ + kInterval);
-  EXPECT_FALSE(probe_.Failed(probe_.due(), 0));
+  EXPECT_EQ(probe_.livedAt(), now_);
+  EXPECT_EQ(probe_.due(), asked + kInterval);
+  EXPECT_EQ(Look(7), kAsk);
 }
 
-TEST_F(ProbeTest, ServiceThatNeitherAnswersNorTakesUpAnythingHasFailed) {
+TEST_F(ProbeTest, WhatWasTakenUpBeforeItWasAskedDoesNotCount) {
   Serve();
-  now_ = probe_.due();
-  probe_.Asked(now_, 7);
-  EXPECT_EQ(probe_.due(), now_ + Probe::kTimeout);
-  EXPECT_TRUE(probe_.Failed(probe_.due(), 7));
-  EXPECT_FALSE(probe_.Failed(probe_.due(), 8)) << "the probe was lost to load";
-  probe_.Asked(now_, 8);
-  EXPECT_TRUE(probe_.Failed(probe_.due(), 8));
+  EXPECT_EQ(Look(500), kAsk);
+  EXPECT_EQ(Look(500), kAsk);
 }
 
-TEST_F(ProbeTest, NextChildBeginsAnewAndTheLastAnswerIsRemembered) {
+TEST_F(ProbeTest, ServiceThatTakesUpNothingHasFailedAfterTheTimeout) {
   Serve();
-  const TimePoint answered = now_;
-  probe_.Asked(now_, 0);
-  now_ += kInterval;
+  const TimePoint asked = probe_.due();
+  while (Look(7) == kAsk) {
+    EXPECT_LT(now_, asked + Probe::kTimeout);
+  }
+  EXPECT_EQ(now_, asked + Probe::kTimeout);
+  EXPECT_EQ(Look(7), kFailed);
+  EXPECT_EQ(Look(8), kLives) << "it was late for load";
+}
+
+TEST_F(ProbeTest, NextChildBeginsAnewAndWhenOneLivedLastIsRemembered) {
+  Serve();
+  const TimePoint lived = now_;
+  EXPECT_EQ(Look(7), kAsk);
   probe_.Start(now_, kPatience);
   EXPECT_FALSE(probe_.serving());
-  EXPECT_FALSE(probe_.Failed(now_ + 2 * kPatience, 0)) << "it has not been asked";
-  EXPECT_EQ(probe_.answeredAt(), answered);
+  EXPECT_EQ(Look(8), kAsk) << "it has not been asked";
+  EXPECT_EQ(probe_.livedAt(), lived);
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "host/parent/static_names.h"
+#include "host/parent/configuration.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -7,8 +7,7 @@
 
 #include <string>
 
-#include "host/common/failure.h"
-#include "host/common/files.h"
+#include "host/common/log.h"
 
 namespace {
 

@@ -7,8 +7,6 @@
 #include <fstream>
 #include <iterator>
 
-#include "host/common/failure.h"
-
 namespace {
 
 class TraceTest : public ::testing::Test {

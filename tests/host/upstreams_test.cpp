@@ -1,4 +1,4 @@
-#include "host/parent/upstreams.h"
+#include "host/parent/configuration.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

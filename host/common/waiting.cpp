@@ -1,4 +1,4 @@
-#include "host/common/signals.h"
+#include "host/common/waiting.h"
 
 #include <signal.h>
 #include <sys/select.h>
@@ -36,8 +36,10 @@ void WaitFor(std::initializer_list<int> descriptors, TimePoint until) {
       FD_SET(fd, &readable);
     }
   }
-  const auto left = std::min(Left(until), Milliseconds(3600000)).count();
-  const timespec timeout = {left / 1000, left % 1000 * 1000000};
+  // Rounded up: who waits for it does not wake a moment too early and go round again.
+  const auto left = std::chrono::ceil<Milliseconds>(until - Clock::now()).count();
+  const auto wait = std::clamp<Milliseconds::rep>(left, 0, 3600000);
+  const timespec timeout = {wait / 1000, wait % 1000 * 1000000};
   sigset_t none;
   sigemptyset(&none);
   pselect(std::max(descriptors) + 1, &readable, nullptr, nullptr, &timeout, &none);
