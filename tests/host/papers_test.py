@@ -39,15 +39,32 @@ class Papers(unittest.TestCase):
         if shutil.which("systemd-analyze") is None:
             self.skipTest("systemd-analyze is not installed")
         text = (PACKAGING / "dns-proxy-host.service").read_text()
-        # The program need not be installed for this: the one that was built stands in.
+        # Nothing need be installed for this: the program that was built stands in, and the script.
         text, count = re.subn(r"^(ExecStart=)\S+", rf"\g<1>{HOST}", text, flags=re.M)
-        self.assertEqual(count, 1)
+        text, others = re.subn(r"^(Exec\w+=\+)\S+/around_host", rf"\g<1>{PACKAGING}/around_host", text, flags=re.M)
+        self.assertEqual((count, others), (1, 3))
         with tempfile.TemporaryDirectory() as folder:
             unit = pathlib.Path(folder, "dns-proxy-host.service")
             unit.write_text(text)
             done = subprocess.run(["systemd-analyze", "verify", "--man=no", str(unit)], capture_output=True, text=True)
         said = [line for line in done.stderr.splitlines() if "dns-proxy-host" in line]
         self.assertEqual((said, done.returncode), ([], 0), done.stderr)
+
+    def test_what_stays_red_in_the_unit_is_little_and_has_its_reason_there(self):
+        if shutil.which("systemd-analyze") is None:
+            self.skipTest("systemd-analyze is not installed")
+        unit = PACKAGING / "dns-proxy-host.service"
+        command = ["systemd-analyze", "security", "--offline=true", "--no-pager", str(unit)]
+        environment = {**os.environ, "LC_ALL": "C.UTF-8"}  # it draws
+        told = subprocess.run(command, env=environment, capture_output=True, text=True).stdout
+        self.assertLessEqual(float(re.search(r"Overall exposure level .*: ([0-9.]+)", told).group(1)), 2.0)
+        reasons = " ".join(re.findall(r"^# {3}.*", unit.read_text(), re.M))
+        red = re.findall(r"^✗ (\S+)", told, re.M)
+        self.assertIn("PrivateNetwork=", red)
+        for line in red:
+            # "RestrictAddressFamilies=~AF_(INET|INET6)": AF_INET is what the unit names.
+            name = re.sub(r"\((\w+)\|.*", r"\1", line.partition("=~")[2] or line.partition("=")[0])
+            self.assertIn(name, reasons)
 
     def test_launchd_reads_the_property_list(self):
         (path,) = PACKAGING.glob("*.plist")
