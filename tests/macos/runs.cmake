@@ -1,21 +1,8 @@
-# The programs run here, by a program that is built for the machine that builds.
-include(ExternalProject)
+# The programs run here, by what scripts/build-macos builds in the preset dev: the loader, and tests
+# that start a program.
 enable_language(C ASM)
 set(CMAKE_ASM_FLAGS "${CMAKE_C_FLAGS}")  # the target
-
-# The rest of this repository for this machine: the loader, and the tests that start a program.
-set(here "${PROJECT_BINARY_DIR}/here")
-ExternalProject_Add(built_for_here
-  SOURCE_DIR "${PROJECT_SOURCE_DIR}"
-  BINARY_DIR "${here}"
-  CMAKE_ARGS
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo
-    -Ddns_proxy_mac_DEVELOPER_MODE=ON
-    -Ddns_proxy_mac_DEVELOPER_FOLDERS=tests
-  BUILD_COMMAND "${CMAKE_COMMAND}" --build . --target
-    client_test_host killed_sending run_macos_program startup_tests
-  BUILD_ALWAYS ON
-  INSTALL_COMMAND "")
+set(here "${PROJECT_SOURCE_DIR}/build/dev")
 
 # The unwinder of exceptions is part of libSystem, so it is not part of the programs. LLVM's own comes
 # with zig, as sources. As an executable to CMake, because the toolchain knows how to link those.
@@ -63,7 +50,7 @@ runs_test(loader
     "${CMAKE_CXX_COMPILER}" "${dns_proxy_mac_LD64}" "${dns_proxy_mac_MACOS_TOOLCHAIN}/lib"
     ${dns_proxy_mac_MACOS_FLOOR})
 add_executable(rules_test rules_test.cpp)
-dns_proxy_options(rules_test)
+dns_proxy_test_options(rules_test)
 target_link_libraries(rules_test PRIVATE GTest::gtest_main GTest::gtest)
 macos_floor(rules_test 10.12)
 runs_here(rules_test rules_test)

@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
 """The archive for macOS holds what was built for both processors, below one folder.
 
-usage: universal_test.py FOLDER VERSION BUILD_FOLDER_X86_64 BUILD_FOLDER_ARM64
+usage: universal_test.py FOLDER VERSION BUILD_FOLDER_X86_64 BUILD_FOLDER_ARM64 [LOADER UNWINDER]
+
+LOADER runs a program for macOS here (tests/macos/run).
 """
 
 import pathlib
 import plistlib
+import subprocess
 import sys
 import tarfile
 import unittest
@@ -13,6 +16,7 @@ import unittest
 from universal_file import slices
 
 FOLDER, VERSION, X86_64, ARM64 = sys.argv[1:5]
+LOADER = sys.argv[5:]
 NAME = f"dns_proxy_mac-{VERSION}-macos-universal"
 
 # Below the archive's one folder, with their places in a build folder.
@@ -76,6 +80,16 @@ class Archive(unittest.TestCase):
     def test_programs_may_be_run_and_nothing_else(self):
         runnable = {name for name, member in self.files.items() if member.mode & 0o111}
         self.assertEqual(runnable, {name for name in UNIVERSAL if not name.endswith(".a")})
+
+    @unittest.skipIf(not LOADER, "nothing runs programs for macOS here")
+    def test_the_part_for_x86_64_runs(self):
+        for name in ("sbin/dns_proxy_host", "bin/dns_proxy_trace"):
+            with self.subTest(name=name):
+                command = [LOADER[0], "--library", LOADER[1], f"{FOLDER}/{NAME}/{name}", "--version"]
+                done = subprocess.run(command, capture_output=True, text=True, check=False)
+                self.assertEqual(done.stderr, "")
+                self.assertEqual(done.stdout, f"{pathlib.Path(name).name} {VERSION}\n")
+                self.assertEqual(done.returncode, 0)
 
     def test_launchd_starts_the_host_under_the_files_own_name(self):
         name = "internal.dns-proxy.host"
