@@ -10,17 +10,11 @@
 namespace {
 
 // A byte, which has no meaning, and room beside it for one descriptor (unix(7), SCM_RIGHTS).
-struct Message : msghdr {
-  Message() : msghdr() {
-    msg_iov = &part;
-    msg_iovlen = 1;
-    msg_control = control;
-    msg_controllen = CMSG_LEN(sizeof(int));
-  }
-
+struct Message {
   char byte = 0;
   iovec part = {&byte, 1};
   alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  msghdr whole = {nullptr, 0, &part, 1, control, CMSG_LEN(sizeof(int)), 0};
 };
 
 // Makes `fd` what `by` has been; nothing if that is -1.
@@ -53,21 +47,21 @@ void UnblockTerminals() {
 
 void SendDescriptor(int channel, int fd) {
   Message message;
-  cmsghdr* const header = CMSG_FIRSTHDR(&message);
+  cmsghdr* const header = CMSG_FIRSTHDR(&message.whole);
   header->cmsg_level = SOL_SOCKET;
   header->cmsg_type = SCM_RIGHTS;
   header->cmsg_len = CMSG_LEN(sizeof(int));
   std::memcpy(CMSG_DATA(header), &fd, sizeof(fd));
-  sendmsg(channel, &message, MSG_DONTWAIT);
+  sendmsg(channel, &message.whole, MSG_DONTWAIT);
 }
 
 void TakeDescriptors(int channel, int fd) {
   for (;;) {
     Message message;
-    if (recvmsg(channel, &message, 0) <= 0) {
+    if (recvmsg(channel, &message.whole, 0) <= 0) {
       return;
     }
-    if (const cmsghdr* const header = CMSG_FIRSTHDR(&message)) {
+    if (const cmsghdr* const header = CMSG_FIRSTHDR(&message.whole)) {
       int taken = -1;
       std::memcpy(&taken, CMSG_DATA(header), sizeof(taken));
       Replace(fd, taken);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <type_traits>
 #include <utility>
 
 namespace {
@@ -43,22 +44,6 @@ void Line(std::string_view line) {
     ChooseStream();
   }
 }
-
-#if defined(__APPLE__)
-int WriteStream(void* /*cookie*/, const char* bytes, int size) {
-  Line({bytes, static_cast<std::size_t>(size)});
-  return size;
-}
-
-FILE* OpenPassing() { return funopen(nullptr, nullptr, WriteStream, nullptr, nullptr); }
-#else
-ssize_t WriteStream(void* /*cookie*/, const char* bytes, std::size_t size) {
-  Line({bytes, size});
-  return static_cast<ssize_t>(size);
-}
-
-FILE* OpenPassing() { return fopencookie(nullptr, "w", {nullptr, WriteStream, nullptr, nullptr}); }
-#endif
 
 // The stream's buffer holds the longest line (a name of 1,023 characters and some words), so that a
 // line arrives whole; a thread holds the stream's lock until its line has been passed on.
@@ -115,9 +100,17 @@ void Trace::Write(std::string_view lines) {
 }
 
 void SendOutputTo(Trace& trace) {
+  const auto pass = [](void* /*cookie*/, const char* bytes, auto size) {
+    Line({bytes, static_cast<std::size_t>(size)});
+    return static_cast<std::make_signed_t<decltype(size)>>(size);
+  };
+#if defined(__APPLE__)
+  g_passing = funopen(nullptr, nullptr, pass, nullptr, nullptr);
+#else
+  g_passing = fopencookie(nullptr, "w", {nullptr, pass, nullptr, nullptr});
+#endif
   static char buffer[kStreamBuffer];
   g_trace = &trace;
-  g_passing = OpenPassing();
   setvbuf(g_passing, buffer, _IOLBF, sizeof(buffer));
   ChooseStream();
 }
