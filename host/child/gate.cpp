@@ -39,18 +39,43 @@ bool Passes(Verdict verdict) {
   return false;
 }
 
-// Whether the service answers `query`, which it can read and whose name fits into a message,
-// without any server: the name as the service reads it. AAAA questions for static names are left as
-// they are: their answers are no more readable without EDNS.
-bool IsAnsweredHere(Datagram query) {
+// What the service answers by itself, without any server.
+struct OwnAnswer {
+  bool noSuchName;  // to a reverse look-up
+  bool staticName;
+  unsigned short type;  // of the question
+};
+
+// To `query`, which the service can read: by its name as the service reads it.
+OwnAnswer OwnAnswerTo(Datagram query) {
   char name[kDomainTextSize] = {};
   unsigned short type = 0;
   unsigned short questionClass = 0;
   ExtractDomain(query.data() + kDnsHeaderSize, static_cast<int>(query.size()) - kDnsHeaderSize,
                 name, kDomainTextSize, type, questionClass);
   HostRespData* record = nullptr;
-  return std::strstr(name, ".in-addr.arpa") != nullptr ||
-         (type != kTypeAAAA && g_Hostmaps.Find(name, record));
+  const bool reverse = std::strstr(name, ".in-addr.arpa") != nullptr;
+  return {reverse, !reverse && g_Hostmaps.Find(name, record), type};
+}
+
+// What becomes of a query by `answer`, which the service is going to see.
+void CountAnswer(Datagram answer, in_addr_t server, const DnsRequest* request) {
+  const std::size_t method = request == nullptr ? 0 : MethodIndex(*request);
+  if (request == nullptr || method >= request->vecDnsMethods.size() ||
+      request->vecDnsMethods[method].serverAddr.sin_addr.s_addr != server ||
+      answer.size() < kDnsHeaderSize) {
+    ++g_shared->strayAnswers;
+  } else if (HasRecords(answer)) {
+    auto* const entry = std::ranges::find_if(g_shared->servers, [&](const auto& one) {
+      return one.address == server || one.address == 0;
+    });
+    if (entry != g_shared->servers.end()) {
+      entry->address = server;  // the answer thread alone writes here
+      ++entry->answers;
+    }
+  } else if (method + 1 == request->vecDnsMethods.size()) {
+    ++g_shared->noSuchNames;  // nobody is left to be asked
+  }
 }
 
 std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sockaddr_in& sender) {
@@ -72,8 +97,18 @@ std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sock
   if (g_shared->wakeParent.load() && g_shared->wakeParent.exchange(false)) {
     SendDatagram(g_SockToClientApps, query.data(), 0, parent);
   }
-  const std::size_t bare = g_shared->guarded ? SizeWithoutOpt(query) : query.size();
-  if (bare == query.size() || !IsAnsweredHere(query)) {
+  if (worker.verdict != Verdict::kPasses) {
+    return query.size();
+  }
+  const OwnAnswer own = OwnAnswerTo(query);
+  if (own.noSuchName || own.staticName) {
+    ++(own.staticName ? g_shared->staticNames : g_shared->noSuchNames);
+  }
+  // AAAA questions for static names are left as they are: their answers are no more readable
+  // without EDNS.
+  const bool opt = own.noSuchName || (own.staticName && own.type != kTypeAAAA);
+  const std::size_t bare = g_shared->guarded && opt ? SizeWithoutOpt(query) : query.size();
+  if (bare == query.size()) {
     return query.size();
   }
   std::memset(&query[kAdditionalCountOffset], 0, 2);
@@ -81,7 +116,7 @@ std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sock
   return bare;
 }
 
-std::optional<std::size_t> AdmitAnswer(Datagram answer) {
+std::optional<std::size_t> AdmitAnswer(Datagram answer, const sockaddr_in& sender) {
   thread_local WorkerThread worker = {"answer", Verdict::kPasses};
   // A pass of its own, which keeps the request while it is looked at: the handler's begins behind
   // the receipt. The identifier travels in machine order.
@@ -89,12 +124,18 @@ std::optional<std::size_t> AdmitAnswer(Datagram answer) {
   unsigned short id = 0;
   std::memcpy(&id, answer.data(), std::min(answer.size(), sizeof(id)));
   RequestTable::Position position;
+  const DnsRequest* const request =
+      g_DnsRequestTable.Find(id, position) ? position->second : nullptr;
   Datagram pending;
-  if (g_DnsRequestTable.Find(id, position)) {
-    pending = {position->second->QueryBuf, static_cast<std::size_t>(position->second->iQueryLen)};
+  if (request != nullptr) {
+    pending = {request->QueryBuf, static_cast<std::size_t>(request->iQueryLen)};
   }
   worker.verdict = JudgeAnswer(answer, pending);
-  return Passes(worker.verdict) ? std::optional(answer.size()) : std::nullopt;
+  if (!Passes(worker.verdict)) {
+    return std::nullopt;
+  }
+  CountAnswer(answer, sender.sin_addr.s_addr, request);
+  return answer.size();
 }
 
 }  // namespace
@@ -107,7 +148,7 @@ bool HasGate(int sock) {
 
 std::optional<std::size_t> Admit(int sock, std::span<unsigned char> datagram,
                                  const sockaddr_in& sender) {
-  return sock == g_SockToClientApps ? AdmitQuery(datagram, sender) : AdmitAnswer(datagram);
+  return sock == g_SockToClientApps ? AdmitQuery(datagram, sender) : AdmitAnswer(datagram, sender);
 }
 
 void Leave(SharedMemory& shared, int status, const std::string& why) {

@@ -1,5 +1,5 @@
 // Where a datagram goes before the service sees it: on the worker's own thread, inside the receive
-// call of its handler (system_calls.cpp). The guard judges, the gate acts.
+// call of its handler (system_calls.cpp). The guard judges, the gate acts, and counts.
 //
 // A worker that has been here once has an object of its thread. That is destroyed when the thread
 // ends, and ends the process.

@@ -84,6 +84,12 @@ Verdict JudgeAnswer(Datagram answer, Datagram pending) {
   return passes ? Verdict::kPasses : Verdict::kOtherQuestion;
 }
 
+bool HasRecords(Datagram answer) {
+  const unsigned low = answer[kAnswerCountOffset];
+  const unsigned high = answer[kAnswerCountOffset + 1];
+  return static_cast<short>(low | high << 8) > 0;
+}
+
 std::vector<unsigned char> ErrorReply(Datagram query, Verdict verdict) {
   if (verdict == Verdict::kPasses || query.size() < kHeaderSize ||
       (query[kFlagsHighOffset] & kResponseBit) != 0) {

@@ -23,6 +23,10 @@ Verdict JudgeQuery(Datagram query);
 // of `answer`, whoever that came from; empty if no query is pending there.
 Verdict JudgeAnswer(Datagram answer, Datagram pending);
 
+// Whether `answer`, which has a header, counts as one with records: as the service reads the count,
+// low byte first and signed.
+bool HasRecords(Datagram answer);
+
 // What the sender of a query that is kept away is told: FORMERR, or REFUSED and the question for
 // the root, without records. Empty for what must not be answered: fewer than 12 bytes, and
 // responses, lest two programs answer each other for ever.

@@ -38,11 +38,30 @@ struct SharedMemory {
   std::array<Count, kVerdictNames.size()> verdicts;  // of kPasses: the queries that have passed
   Count optRecords;                                  // taken off queries
 
+  // What becomes of the queries that have passed. Those that are in none of these wait, or their
+  // service has ended meanwhile: the parent reckons them.
+  Count staticNames;  // answered from the host map
+  Count noSuchNames;  // reverse look-ups, and names that no server has
+  struct Server {
+    std::atomic<in_addr_t> address;  // network order; 0: the entry is free
+    Count answers;                   // that were relayed
+  };
+  std::array<Server, 256> servers;  // in the order of their first answers, to the last child's
+  Count strayAnswers;               // of servers, to no query that waits for them
+
   // The parent wants to hear of the next query. Set by the parent, taken back by the query thread.
   std::atomic<bool> wakeParent;
 
   // Why the child leaves; read after its end.
   char why[256];
+
+  std::uint64_t Answered() const {
+    std::uint64_t answered = staticNames + noSuchNames;
+    for (const Server& server : servers) {
+      answered += server.answers;
+    }
+    return answered;
+  }
 
   Count& verdict(Verdict verdict) { return verdicts[static_cast<std::size_t>(verdict)]; }
 };
