@@ -2,12 +2,15 @@
 //
 // Reads and validates everything, then hands over to the supervisor, which runs the service in a
 // child process and keeps it answering.
+#include <signal.h>
+
 #include <exception>
 #include <optional>
 
 #include "host/common/descriptors.h"
 #include "host/common/port.h"
 #include "host/parent/supervisor.h"
+#include "status_view/status_view.h"
 
 namespace {
 
@@ -33,14 +36,16 @@ void Host(const Options& options) {
   if (portFault) {
     throw Failure(*portFault);
   }
-  CatchSignals();
+  CatchSignals({SIGTERM, SIGINT, SIGHUP, SIGCHLD});
   if (options.check) {
-    { const StatusListener tried(options.socket); }  // gone before the right to its folder is
+    if (options.socketAsked) {  // tried, and gone before the right to its folder is
+      const StatusListener tried(options.socket, true);
+    }
     DropRights(user);
     Log("info", "everything is in order");
     return;
   }
-  StatusListener listener(options.socket);
+  StatusListener listener(options.socket, options.socketAsked);
   Supervisor(options, configuration, user, trace, listener).Run();
   Log("info", "stopped");
 }
@@ -51,7 +56,7 @@ int main(int argc, char** argv) {
   try {
     const Options options = ParseOptions(argc, argv);
     if (options.status) {
-      PrintStatus(options.socket, options.json);
+      ShowStatus(options.socket, options.json, options.watch);
     } else {
       Host(options);
     }

@@ -3,6 +3,7 @@
 #define HOST_OPTIONS_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,11 +16,13 @@ struct Options {
   std::uint64_t traceSize = 10 * 1024 * 1024;  // --trace-size, bytes
   int traceKeep = 3;                           // --trace-keep, rotated files
   int probeInterval = 250;                     // --probe-interval, milliseconds
-  std::string socket;                          // --socket; empty: no status
+  std::string socket;                          // --socket, or its default; empty: no status
+  bool socketAsked = false;                    // --socket was given
   bool unguarded = false;                      // --unguarded
   bool check = false;                          // --check
   bool status = false;                         // --status
   bool json = false;                           // --json
+  std::optional<double> watch;                 // --watch, seconds
 };
 
 // Throws Failure for a bad option. Prints help and version, and leaves, where they are asked for.

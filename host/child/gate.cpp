@@ -131,11 +131,11 @@ std::optional<std::size_t> AdmitAnswer(Datagram answer, const sockaddr_in& sende
     pending = {request->QueryBuf, static_cast<std::size_t>(request->iQueryLen)};
   }
   worker.verdict = JudgeAnswer(answer, pending);
-  if (!Passes(worker.verdict)) {
-    return std::nullopt;
+  if (Passes(worker.verdict)) {
+    CountAnswer(answer, sender.sin_addr.s_addr, request);
+    return answer.size();
   }
-  CountAnswer(answer, sender.sin_addr.s_addr, request);
-  return answer.size();
+  return std::nullopt;
 }
 
 }  // namespace

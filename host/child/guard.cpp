@@ -76,18 +76,14 @@ Verdict JudgeAnswer(Datagram answer, Datagram pending) {
   if (answer.size() < kHeaderSize) {
     return Verdict::kShortAnswer;
   }
-  // As the service reads the count: low byte first and signed.
-  const int records = answer[kAnswerCountOffset] | answer[kAnswerCountOffset + 1] << 8;
-  const bool passes = pending.size() < kHeaderSize || static_cast<short>(records) <= 0 ||
+  const bool passes = pending.size() < kHeaderSize || !HasRecords(answer) ||
                       (BigEndian16(answer, kQuestionCountOffset) == 1 &&
                        SameQuestion(Question(answer), Question(pending)));
   return passes ? Verdict::kPasses : Verdict::kOtherQuestion;
 }
 
 bool HasRecords(Datagram answer) {
-  const unsigned low = answer[kAnswerCountOffset];
-  const unsigned high = answer[kAnswerCountOffset + 1];
-  return static_cast<short>(low | high << 8) > 0;
+  return static_cast<short>(answer[kAnswerCountOffset] | answer[kAnswerCountOffset + 1] << 8) > 0;
 }
 
 std::vector<unsigned char> ErrorReply(Datagram query, Verdict verdict) {

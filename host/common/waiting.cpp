@@ -15,12 +15,12 @@ void Note(int signal) { g_come[signal] = 1; }
 
 }  // namespace
 
-void CatchSignals() {
+void CatchSignals(std::initializer_list<int> noted) {
   struct sigaction action = {};
   sigfillset(&action.sa_mask);
   sigprocmask(SIG_BLOCK, &action.sa_mask, nullptr);
   action.sa_handler = Note;
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP, SIGCHLD}) {
+  for (const int signal : noted) {
     sigaction(signal, &action, nullptr);
   }
   // A reader that has gone costs a line, not the process.

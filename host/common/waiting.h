@@ -11,8 +11,8 @@ using Clock = std::chrono::steady_clock;
 using TimePoint = Clock::time_point;
 using Milliseconds = std::chrono::milliseconds;
 
-// Blocks every signal, and sees to it that SIGTERM, SIGINT, SIGHUP and SIGCHLD are noted.
-void CatchSignals();
+// Blocks every signal, and sees to it that those of `noted` are.
+void CatchSignals(std::initializer_list<int> noted);
 
 // Waits until `until`, until a signal has come, or until one of `descriptors` (below 1024; -1 is
 // left out) is readable.

@@ -1,82 +1,55 @@
 #include "host/parent/status.h"
 
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <string_view>
+#include <nlohmann/json.hpp>
 
+#include "dns_proxy_mac/proxy/socket_address.h"
 #include "host/common/log.h"
 #include "host/common/unix_socket.h"
+#include "host/parent/supervisor.h"
 
 namespace {
 
-// How long --status waits for the host's answer.
-constexpr Milliseconds kPatience{2000};
+using Json = nlohmann::ordered_json;
 
 // Bytes: a hundred servers are not a tenth of it.
-constexpr int kMaxStatus = 128 * 1024;
+constexpr int kMaxStatus = 256 * 1024;
 
-// Where values begin in a line.
-constexpr std::size_t kColumn = 20;
+std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
+
+int Listen(const std::string& path, bool asked) {
+  if (asked) {
+    return path.empty() ? -1 : ListenUnix(path);
+  }
+  try {
+    if (path.empty()) {
+      throw Failure{kExitFailure, "this user has no runtime folder"};
+    }
+    mkdir(FolderOf(path).c_str(), 0755);
+    return ListenUnix(path);
+  } catch (const Failure& failure) {
+    Log("warning", failure.why + "; --status will find no host (--socket names another place)");
+    return -1;
+  }
+}
+
+double Seconds(Clock::duration time) {
+  using Tenths = std::chrono::duration<std::int64_t, std::deci>;
+  return static_cast<double>(std::chrono::duration_cast<Tenths>(time).count()) / 10;
+}
 
 }  // namespace
 
-std::string Quoted(const std::string& text) {
-  std::string quoted;
-  for (const char c : Printable(text)) {  // which leaves two characters to escape
-    quoted += c == '"' || c == '\\' ? std::string{'\\', c} : std::string{c};
-  }
-  return '"' + quoted + '"';
-}
-
-std::string Seconds(Clock::duration time) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.1f", std::chrono::duration<double>(time).count());
-  return text;
-}
-
-std::string Member(const std::string& name, const std::string& value) {
-  return Quoted(name) + ": " + value;
-}
-
-std::string Object(const std::vector<std::string>& members) { return "{" + Joined(members) + "}"; }
-
-std::string Array(const std::vector<std::string>& items) {
-  return "[" + Joined(items, ",\n" + std::string(kColumn, ' ')) + "]";
-}
-
-std::string Outermost(const std::vector<std::pair<std::string, std::string>>& members) {
-  std::vector<std::string> lines;
-  for (const auto& [name, value] : members) {
-    const std::size_t width = name.size() + 2;  // with the quotation marks that a table is without
-    lines.push_back(Member(name, std::string(kColumn - std::min(kColumn, width), ' ') + value));
-  }
-  return "{" + Joined(lines, ",\n") + "}\n";
-}
-
-std::string AsTable(const std::string& json) {
-  std::string table;
-  bool inText = false;
-  for (std::size_t i = 0; i < json.size(); ++i) {
-    if (json[i] == '"') {
-      inText = !inText;
-    } else if (inText || std::string_view("{}[],").find(json[i]) == std::string_view::npos) {
-      i += inText && json[i] == '\\' ? 1 : 0;  // what is escaped is no punctuation
-      table += json[i];
-    }
-  }
-  return table;
-}
-
-StatusListener::StatusListener(const std::string& path)
-    : path_(path), fd_(path.empty() ? -1 : ListenUnix(path)) {}
+StatusListener::StatusListener(const std::string& path, bool asked)
+    : path_(path), asked_(asked), fd_(Listen(path, asked)) {}
 
 StatusListener::~StatusListener() {
   if (fd_ != -1) {
     unlink(path_.c_str());
+    asked_ || rmdir(FolderOf(path_).c_str());
     close(fd_);
   }
 }
@@ -91,20 +64,61 @@ void StatusListener::Answer(const std::function<std::string()>& report) const {
   }
 }
 
-void PrintStatus(const std::string& path, bool json) {
-  const int sock = ConnectUnix(path, SOCK_STREAM);
-  pollfd answer = {sock, POLLIN, 0};
-  std::string text;
-  char bytes[1024];
-  ssize_t size = 0;
-  while (sock != -1 && text.size() < kMaxStatus &&
-         poll(&answer, 1, static_cast<int>(kPatience.count())) == 1 &&
-         (size = read(sock, bytes, sizeof(bytes))) > 0) {
-    text.append(bytes, static_cast<std::size_t>(size));
+std::string Supervisor::Report() const {
+  const SharedMemory& shared = service_.shared();
+  // Answers are looked at before queries: so no fewer than none wait.
+  Json outcomes;
+  std::uint64_t answered = 0;
+  const auto add = [&](const char* name, std::uint64_t count) {
+    outcomes[name] = count;
+    answered += count;
+  };
+  add("static_name", shared.staticNames);
+  for (const SharedMemory::Server& server : shared.servers) {
+    if (const in_addr_t address = server.address) {
+      add(Ipv4Text(address).text, server.answers);
+    }
   }
-  close(sock);
-  if (!text.ends_with('\n')) {
-    throw Failure{kExitNoHost, "--socket " + path + ": no host answers there"};
+  add("no_such_name", shared.noSuchNames);
+  const std::uint64_t queries = Queries();
+  outcomes["lost_in_restarts"] = lost_;
+  outcomes["still_waiting"] = queries - lost_ - answered;
+  Json keptAway;
+  for (std::size_t verdict = 1; verdict < kVerdictNames.size(); ++verdict) {
+    keptAway[kVerdictNames[verdict]] = shared.verdicts[verdict].load();
   }
-  std::fputs(json ? text.c_str() : AsTable(text).c_str(), stdout);
+  Json upstreams = Json::array();
+  for (const UpstreamMonitor::Upstream& upstream : monitor_.upstreams()) {
+    const UpstreamHealth& health = upstream.health;
+    const auto roundTrip = health.roundTrip();
+    upstreams.push_back(
+        {{"address", upstream.name},
+         {"state", health.silent() ? "silent"
+                   : roundTrip     ? "alive"
+                                   : "not asked yet"},
+         {"round_trip_ms", roundTrip ? Json(roundTrip->count()) : Json()},
+         {"silent_s", health.silent() ? Json(Seconds(now_ - health.silentSince())) : Json()}});
+  }
+  Json restarts = Json::array();
+  for (const Restart& restart : restarts_) {
+    restarts.push_back({{"s_ago", Seconds(now_ - restart.at)}, {"why", restart.why}});
+  }
+  constexpr const char* kStateNames[] = {"waiting to start again", "starting", "serving"};
+  const auto livedAt = probe_.livedAt();
+  const Json report = {{"state", kStateNames[static_cast<int>(state())]},
+                       {"uptime_s", Seconds(now_ - begun_)},
+                       {"host_process", getpid()},
+                       {"service_process", service_.id()},
+                       {"queries", queries},
+                       {"outcomes", outcomes},
+                       {"kept_away", keptAway},
+                       {"opt_records_taken", shared.optRecords.load()},
+                       {"stray_answers", shared.strayAnswers.load()},
+                       {"error", failure_.empty() ? Json() : Json(failure_)},
+                       {"last_probe_s_ago", livedAt ? Json(Seconds(now_ - *livedAt)) : Json()},
+                       {"upstreams", upstreams},
+                       {"restarts", restartCount_},
+                       {"last_restarts", restarts}};
+  // As ASCII: nothing in a text can draw on the terminal of who reads it.
+  return report.dump(2, ' ', true, Json::error_handler_t::replace) + '\n';
 }

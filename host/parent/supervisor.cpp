@@ -1,7 +1,6 @@
 #include "host/parent/supervisor.h"
 
 #include <signal.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <utility>
@@ -65,6 +64,7 @@ void Supervisor::Run() {
     if (!Idle()) {
       monitor_.AskDue(now_);
     }
+    monitor_.TellChanges();
     const std::vector<std::string> choice = monitor_.Choice();
     if (choice != running_.servers) {
       service_.Kill("upstream servers are now " + Joined(choice));
@@ -88,6 +88,7 @@ void Supervisor::Start() {
   startedAt_ = now_;
   running_ = {monitor_.Choice(), configuration_.names};
   receivedAtStart_ = Received();
+  lost_ = Queries() - service_.shared().Answered();
   probe_.Start(now_, kStartTimeout * (1 << std::min(failedStarts_, kMaxDoublings)));
   try {
     service_.Start(running_);
@@ -210,40 +211,3 @@ void Supervisor::LogOnce(const std::string& why) {
 }
 
 bool Supervisor::Idle() const { return now_ - queriedAt_ >= kIdleAfter; }
-
-std::string Supervisor::Report() const {
-  std::vector<std::string> upstreams;
-  for (const UpstreamMonitor::Upstream& upstream : monitor_.upstreams()) {
-    const auto roundTrip = upstream.health.roundTrip();
-    const char* const health = !monitor_.Watching()       ? "not watched"
-                               : upstream.health.silent() ? "silent"
-                                                          : "alive";
-    upstreams.push_back(
-        Object({Member("address", Quoted(upstream.name)), Member("state", Quoted(health)),
-                Member("round_trip_ms", roundTrip ? std::to_string(roundTrip->count()) : "null")}));
-  }
-  std::vector<std::string> restarts;
-  for (const Restart& restart : restarts_) {
-    restarts.push_back(
-        Object({Member("s_ago", Seconds(now_ - restart.at)), Member("why", Quoted(restart.why))}));
-  }
-  SharedMemory& shared = service_.shared();
-  std::vector<std::string> keptAway;
-  for (std::size_t verdict = 1; verdict < kVerdictNames.size(); ++verdict) {
-    keptAway.push_back(Member(kVerdictNames[verdict], std::to_string(shared.verdicts[verdict])));
-  }
-  constexpr const char* kStateNames[] = {"waiting to start again", "starting", "serving"};
-  const auto livedAt = probe_.livedAt();
-  return Outermost({{"state", Quoted(kStateNames[static_cast<int>(state())])},
-                    {"uptime_s", Seconds(now_ - begun_)},
-                    {"host_process", std::to_string(getpid())},
-                    {"service_process", std::to_string(service_.id())},
-                    {"queries", std::to_string(Queries())},
-                    {"kept_away", Object(keptAway)},
-                    {"opt_records_taken", std::to_string(shared.optRecords)},
-                    {"error", failure_.empty() ? "null" : Quoted(failure_)},
-                    {"last_probe_s_ago", livedAt ? Seconds(now_ - *livedAt) : "null"},
-                    {"upstreams", Array(upstreams)},
-                    {"restarts", std::to_string(restartCount_)},
-                    {"last_restarts", Array(restarts)}});
-}

@@ -67,9 +67,10 @@ class Supervisor {
   TimePoint startAt_ = now_;
   TimePoint startedAt_ = now_;
   std::uint64_t receivedAtStart_ = 0;
-  int failedStarts_ = 0;  // in a row
-  bool ready_ = false;    // a child has served, and the service manager has been told so
-  std::string failure_;   // what went wrong last; empty since a start or a trace file that did not
+  std::uint64_t lost_ = 0;  // queries that waited when their service ended
+  int failedStarts_ = 0;    // in a row
+  bool ready_ = false;      // a child has served, and the service manager has been told so
+  std::string failure_;  // what went wrong last; empty since a start or a trace file that did not
   std::uint64_t queriesSeen_ = 0;
   TimePoint queriedAt_ = now_;  // when new ones were seen last
   std::uint64_t keptAwayTold_ = 0;

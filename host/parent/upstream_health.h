@@ -36,6 +36,7 @@ class UpstreamHealth {
   // A question is being sent. `interval` is the time to the next one if all is well.
   void Asked(TimePoint now, Milliseconds interval) {
     asked_ = repeats() ? asked_ : now;
+    silentSince_ = silent_ ? silentSince_ : asked_;
     if (waiting_) {
       answersInRow_ = 0;
       ++unanswered_;
@@ -60,6 +61,9 @@ class UpstreamHealth {
 
   bool silent() const { return silent_; }
 
+  // While it is silent: when the first question that was not answered was asked.
+  TimePoint silentSince() const { return silentSince_; }
+
   // From the last answer back to the first question that it may belong to; nothing before the
   // first answer.
   std::optional<Milliseconds> roundTrip() const { return roundTrip_; }
@@ -70,6 +74,7 @@ class UpstreamHealth {
   Milliseconds interval_ = kInterval;
   bool waiting_ = false;
   bool silent_ = false;
+  TimePoint silentSince_;
   int unanswered_ = 0;  // questions in a row
   int answersInRow_ = 0;
   std::optional<Milliseconds> roundTrip_;

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "host/common/port.h"
 
@@ -38,14 +39,14 @@ TimePoint UpstreamMonitor::due() const {
   for (const Upstream& upstream : upstreams_) {
     earliest = std::min(earliest, upstream.health.due());
   }
-  return Watching() ? earliest : TimePoint::max();
+  return earliest;
 }
 
 void UpstreamMonitor::AskDue(TimePoint now) {
   std::uniform_int_distribution<Milliseconds::rep> jitter(-UpstreamHealth::kJitter.count(),
                                                           UpstreamHealth::kJitter.count());
   for (Upstream& upstream : upstreams_) {
-    if (Watching() && now >= upstream.health.due()) {
+    if (now >= upstream.health.due()) {
       if (!upstream.health.repeats()) {
         upstream.id = static_cast<std::uint16_t>(random_());
       }
@@ -78,6 +79,18 @@ void UpstreamMonitor::Receive(TimePoint now) {
           std::memcmp(header, &upstream.id, sizeof(upstream.id)) == 0) {
         upstream.health.Answered(now);
       }
+    }
+  }
+}
+
+void UpstreamMonitor::TellChanges() {
+  for (Upstream& upstream : upstreams_) {
+    const bool silent = upstream.health.silent();
+    if (std::exchange(upstream.toldSilent, silent) != silent) {
+      const bool noneLeft = std::ranges::all_of(upstreams_, &Upstream::toldSilent);
+      Log(silent ? "warning" : "info", "upstream server " + upstream.name +
+                                           (silent ? " is silent" : " answers again") +
+                                           (noneLeft ? "; none is left that answers" : ""));
     }
   }
 }

@@ -1,4 +1,4 @@
-// Asks each upstream server whether it is there, while there is more than one to choose from.
+// Asks each upstream server whether it is there, and tells the log when that changes.
 #ifndef HOST_PARENT_UPSTREAM_MONITOR_H_
 #define HOST_PARENT_UPSTREAM_MONITOR_H_
 
@@ -18,6 +18,7 @@ class UpstreamMonitor {
     in_addr_t address;  // network order
     std::uint16_t id;   // of the question that waits for its answer; as it travels
     UpstreamHealth health;
+    bool toldSilent = false;  // what the log says of it
   };
 
   // Opens a socket to ask from, to the end of the process. Throws Failure.
@@ -25,9 +26,6 @@ class UpstreamMonitor {
 
   // Watches these from now on. Of one that was watched before, what is known is kept.
   void Watch(const std::vector<std::string>& servers, TimePoint now);
-
-  // Whether there is anything to choose.
-  bool Watching() const { return upstreams_.size() > 1; }
 
   // When to ask next.
   TimePoint due() const;
@@ -41,6 +39,9 @@ class UpstreamMonitor {
   // Takes the responses among the next datagrams that have arrived. Does not wait, and looks at no
   // more than 64 of them: anybody on this machine can send some.
   void Receive(TimePoint now);
+
+  // Tells the log who has fallen silent and who is back since the last call.
+  void TellChanges();
 
   // Whom the service should ask, in the configured order: those that are alive. Silent ones are
   // left out, because the service waits for ever on the first silent one that it comes to, which

@@ -37,9 +37,10 @@ PATIENCE = 30
 A, PTR, AAAA = 1, 12, 28
 
 
-def main():
-    """Runs the tests of the calling file inside the namespaces; exit status 77 if there are none."""
-    own_namespaces.enter()
+def main(*tools):
+    """Runs the tests of the calling file inside the namespaces; exit status 77 if there are none, or
+    one of `tools` is not here."""
+    own_namespaces.enter(*tools)
     program = unittest.main(module="__main__", exit=False)
     result = program.result
     if result.testsRun and len(result.skipped) == result.testsRun:
@@ -50,6 +51,16 @@ def main():
 def has_all_users():
     """False inside a user namespace, where only root exists."""
     return int(pathlib.Path("/proc/self/uid_map").read_text().split()[2]) > 65534
+
+
+@contextlib.contextmanager
+def own_run(*options):
+    """An empty /run, in the test's own mount namespace."""
+    subprocess.run(["mount", "-t", "tmpfs", *options, "none", "/run"], check=True)
+    try:
+        yield
+    finally:
+        subprocess.run(["umount", "/run"], check=True)
 
 
 def wait_for(condition, what, seconds=PATIENCE):
@@ -256,7 +267,7 @@ class Host:
     """One dns_proxy_host. Ended, and its descendants with it, at the end of the `with` block."""
 
     def __init__(self, *arguments, environment=None, stdout=subprocess.DEVNULL, stderr=None, user=None,
-                 status_at=None, **popen):
+                 status_at=None, default_socket=False, **popen):
         self.folder = tempfile.TemporaryDirectory()
         self.socket = status_at or self.folder.name + "/status"
         self.log_path = pathlib.Path(self.folder.name, "log")
@@ -264,7 +275,8 @@ class Host:
             user = "root"
         log = self.log_path.open("w")
         self.process = subprocess.Popen(
-            [HOST, "--socket", self.socket]
+            [HOST]
+            + ([] if default_socket else ["--socket", self.socket])
             + (["--user", user] if user else [])
             + [str(argument) for argument in arguments],
             env=dict(os.environ, **(environment or {})),

@@ -13,6 +13,7 @@ import xml.dom.minidom
 SOURCE = pathlib.Path(os.environ["DNS_PROXY_SOURCE"])
 PACKAGING = SOURCE / "packaging"
 HOST = os.environ["DNS_PROXY_HOST"]
+OPTION = re.compile(r"^  (?:-\w,)?(--[a-z-]+)", re.M)  # in --help
 
 
 class Papers(unittest.TestCase):
@@ -28,7 +29,16 @@ class Papers(unittest.TestCase):
         page = (PACKAGING / "dns_proxy_host.8").read_text()
         documented = {"--" + name for name in re.findall(r"^\.It Fl Fl ([a-z-]+)", page, re.M)}
         told = subprocess.run([HOST, "--help"], capture_output=True, text=True, check=True).stdout
-        self.assertEqual(documented, set(re.findall(r"--[a-z-]+", told.split("Options:")[1])))
+        self.assertEqual(documented, set(OPTION.findall(told)))
+
+    def test_help_fits_80_columns_and_says_each_option_once_in_groups(self):
+        told = subprocess.run([HOST, "--help"], capture_output=True, text=True, check=True).stdout
+        self.assertLessEqual(max(map(len, told.splitlines())), 80)
+        self.assertEqual(re.findall(r"^(\w.*):$", told, re.M),
+                         ["Servers and names", "Service", "Trace", "Status", "Other"])
+        for option in OPTION.findall(told):
+            self.assertEqual(len(re.findall(option + r"(?![a-z-])", told)), 1, option)
+        self.assertNotRegex(told, r"\b(FLOAT|INT|TEXT)\b|\[.*\b in\b")
 
     def test_manual_page_has_every_exit_status_and_no_other(self):
         page = (PACKAGING / "dns_proxy_host.8").read_text().split(".Sh EXIT STATUS")[1].split(".Sh")[0]

@@ -23,15 +23,18 @@ def hosts():
 class Run(unittest.TestCase):
     def test_serves_until_interrupted_and_says_what_to_type(self):
         command = [SCRIPTS / "run", "--server", "127.0.0.2", "--map", "A.example=192.0.2.1", *USER]
-        with subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as run:
+        with (hosting.own_run(),
+              subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True) as run):
             try:
                 wait_for(lambda: resolve("a.example", tries=1, wait=0.1) == "192.0.2.1", "an answer")
                 self.assertEqual(resolve("dns-proxy.internal"), "127.0.0.53")
+                self.assertEqual(hosting.leaves("--status")[0], 0)
             finally:
                 run.send_signal(signal.SIGINT)
             said = run.communicate(timeout=hosting.PATIENCE)[0]
         self.assertEqual(run.returncode, 0)
         self.assertIn("dig @127.0.0.1 dns-proxy.internal\n", said)
+        self.assertIn(f"{hosting.HOST} --status --watch\n", said)
         self.assertEqual(hosts(), [])
 
     def test_each_refusal_is_one_clear_line_and_leaves_nothing_running(self):
@@ -61,8 +64,14 @@ class Demo(unittest.TestCase):
         done = subprocess.run([SCRIPTS / "demo"], capture_output=True, text=True, timeout=120)
         self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
         for text in ("198.51.100.10", "127.0.0.53", "status: NXDOMAIN", "****QureyThread***: received dns request",
-                     "status: REFUSED", "starting the service again: service was ended by signal 9", "restarts:           1"):
+                     "status: REFUSED", "starting the service again: service was ended by signal 9", "\nrestarts                      1\n"):
             self.assertIn(text, done.stdout)
+        stories = done.stdout.split("$ dns_proxy_trace --stories FILE\n")[1]
+        for story in (r"dns-proxy\.internal +map answered 127\.0\.0\.53 +answered from the map",
+                      r"www\.demo\.example +map → 127\.0\.0\.2 answered +answered by a server",
+                      r"nowhere\.demo\.example +map → 127\.0\.0\.2 no such name +no such name",
+                      r"10\.100\.51\.198\.in-addr\.arpa +reverse look-up +no such name"):
+            self.assertRegex(stories, r"(?m)^\d+ +" + story + "$")
         self.assertEqual(hosts(), [])
         new = {name for name in set(os.listdir("/tmp")) - before if os.path.exists(f"/tmp/{name}/demo.zone")}
         self.assertEqual(new, set())

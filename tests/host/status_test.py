@@ -2,22 +2,24 @@
 
 import json
 import os
+import pathlib
 import signal
 import socket
 import stat
 import subprocess
 import tempfile
 import time
-import unittest
 
 import hosting
-from hosting import Host, leaves, resolve, wait_for
+from hosting import Host, leaves, own_run, resolve, wait_for
 
+ROOTS_SOCKET = "/var/run/dns_proxy_host/status" if hosting.FOR_MACOS else "/run/dns_proxy_host/status"
+USER = () if hosting.has_all_users() else ("--user", "root")
 NAMES = ("--server", "127.0.0.2", "--map", "a.example=192.0.2.1")
 
 
-class Status(unittest.TestCase):
-    def test_table_and_json_say_the_same(self):
+class Status(hosting.TestCase):
+    def test_page_and_json_say_the_same(self):
         with Host(*NAMES) as host:
             host.serving()
             for _ in range(3):
@@ -26,24 +28,81 @@ class Status(unittest.TestCase):
             os.kill(host.child(), signal.SIGKILL)
             wait_for(lambda: host.restarts() == 1 and host.answers(), "a restart")
 
-            status, table = leaves("--status", "--socket", host.socket)
-            self.assertEqual(status, 0)
-            rows = dict(line.split(maxsplit=1) for line in table.splitlines() if line[0] != " ")
-
             status, text = leaves("--status", "--json", "--socket", host.socket)
             report = json.loads(text)
             self.assertEqual(status, 0)
-            self.assertEqual([name + ":" for name in report], list(rows))
-            for name in ("state", "host_process", "service_process", "queries", "restarts"):
-                self.assertEqual(str(report[name]), rows[name + ":"])
             self.assertEqual(report["state"], "serving")
             self.assertEqual(report["host_process"], host.process.pid)
+            self.assertEqual(report["queries"], 3)
             self.assertEqual(report["last_restarts"][0]["why"], "service was ended by signal 9")
-            self.assertIn("why: service was ended by signal 9", rows["last_restarts:"])
             self.assertGreater(report["uptime_s"], 0)
-            self.assertEqual(report["upstreams"],
-                             [{"address": "127.0.0.2", "state": "not watched", "round_trip_ms": None}])
+            self.assertEqual(report["upstreams"][0]["address"], "127.0.0.2")
+            self.assertIsNone(report["upstreams"][0]["round_trip_ms"], "nobody is there")
             self.assertIsNotNone(report["last_probe_s_ago"])
+            self.assertIsNone(report["error"])
+
+            status, page = leaves("--status", "--socket", host.socket)
+            self.assertEqual(status, 0)
+            self.assertRegex(page, r"^serving for \d+ s\n")
+            self.assertIn(f"host process {host.process.pid}, service process {host.child()}\n", page)
+            self.assertRegex(page, r"\nqueries +3\n  static name +3 100 %\n")
+            self.assertRegex(page, r"\n  127\.0\.0\.2 +\S")
+            self.assertRegex(page, r"\nrestarts +1\n  started again \d+ s ago: service was ended by signal 9\n")
+            self.assertNotIn("null", page)
+
+    def test_root_needs_no_socket(self):
+        with own_run(), Host(*NAMES, default_socket=True, status_at=ROOTS_SOCKET) as host:
+            host.serving()
+            status, page = leaves("--status")
+            self.assertEqual(status, 0, page)
+            self.assertIn(f"host process {host.process.pid},", page)
+            self.assertEqual(stat.S_IMODE(os.stat(host.socket).st_mode), 0o600)
+            host.stop()
+            self.assertEqual(os.listdir("/run"), [])
+
+    @hosting.linux_only
+    def test_another_user_needs_none_either(self):
+        if not hosting.has_all_users():
+            self.skipTest("only root exists in this namespace")
+        pathlib.Path("/proc/sys/net/ipv4/ip_unprivileged_port_start").write_text("53")
+        with tempfile.TemporaryDirectory() as folder:
+            os.chown(folder, 65534, 65534)
+            environment = dict(os.environ, XDG_RUNTIME_DIR=folder)
+            become = {"preexec_fn": lambda: os.setuid(65534), "cwd": "/"}
+            with Host(*NAMES, default_socket=True, status_at=folder + "/dns_proxy_host/status",
+                      environment=environment, **become) as host:
+                host.serving()
+                status, page = leaves("--status", env=environment, **become)
+                self.assertEqual(status, 0, page)
+                self.assertIn(f"host process {host.process.pid},", page)
+        environment.pop("XDG_RUNTIME_DIR")
+        with Host(*NAMES, default_socket=True, environment={"XDG_RUNTIME_DIR": ""}, **become) as host:
+            wait_for(lambda: resolve("a.example", tries=1, wait=0.1), "an answer")
+            self.assertIn("warning: this user has no runtime folder; --status will find no host", host.log())
+        status, said = leaves("--status", env=environment, **become)
+        self.assertEqual((status, said.count("\n")), (6, 1), said)
+        self.assertIn("name the host's --socket", said)
+
+    def test_default_that_cannot_be_made_is_told_and_stops_nothing_and_one_asked_for_does(self):
+        with own_run("-o", "ro"):
+            with Host(*NAMES, default_socket=True) as host:
+                wait_for(lambda: resolve("a.example", tries=1, wait=0.1), "an answer")
+                self.assertIn(f"warning: --socket {ROOTS_SOCKET}: ", host.log())
+                self.assertIn("--status will find no host", host.log())
+            status, said = leaves(*NAMES, *USER, "--socket", ROOTS_SOCKET)
+            self.assertEqual(status, 1, said)
+            self.assertIn(f"error: --socket {ROOTS_SOCKET}: ", said)
+
+    def test_no_socket_is_made_if_none_is_wanted(self):
+        with own_run(), Host(*NAMES, "--socket", "", default_socket=True) as host:
+            wait_for(lambda: resolve("a.example", tries=1, wait=0.1), "an answer")
+            self.assertEqual(os.listdir("/run"), [])
+            self.assertNotIn("socket", host.log())
+
+    def test_check_leaves_no_default_socket(self):
+        with own_run():
+            self.assertEqual(leaves(*NAMES, *USER, "--check")[0], 0)
+            self.assertEqual(os.listdir("/run"), [])
 
     def test_queries_are_counted_without_probes(self):
         with Host(*NAMES, "--probe-interval", "50") as host:
@@ -55,6 +114,45 @@ class Status(unittest.TestCase):
             # A probe or a retry that is under way may be counted on either side.
             self.assertAlmostEqual(host.status()["queries"] - before, 50, delta=5)
             self.assertEqual(sum(host.status()["kept_away"].values()), 0)
+
+    def test_each_outcome_is_counted_and_the_sum_is_that_of_the_queries(self):
+        server = self.upstream("127.0.0.2")
+        other = self.upstream("127.0.0.3")
+        with Host(*NAMES, "--probe-interval", "50") as host:
+            host.serving()
+
+            def outcomes(**more):
+                expected = {"static_name": 0, "no_such_name": 0, "lost_in_restarts": 0, "still_waiting": 0} | more
+                report = host.status()
+                self.assertEqual(sum(report["outcomes"].values()), report["queries"])
+                self.assertEqual(report["outcomes"], expected)
+
+            outcomes()
+            for kind in (hosting.A, hosting.AAAA):
+                self.assertIsNotNone(hosting.ask("A.example", kind))
+            outcomes(static_name=2)
+            self.assertIsNotNone(hosting.ask("1.2.0.192.in-addr.arpa", hosting.PTR))
+            outcomes(static_name=2, no_such_name=1)
+            self.assertIsNotNone(hosting.ask("none.example"))
+            outcomes(static_name=2, no_such_name=2)
+            self.assertIsNotNone(resolve("b.example"))
+            outcomes(static_name=2, no_such_name=2, **{"127.0.0.2": 1})
+
+            # Before the right answer: to no query, and from another than was asked.
+            self.assertEqual(host.status()["stray_answers"], 0)
+            server.first = lambda query: [bytes([query[0] ^ 1]) + hosting.answer(query, None)[1:]]
+            self.assertIsNotNone(resolve("c.example"))
+            outcomes(static_name=2, no_such_name=2, **{"127.0.0.2": 2})
+            self.assertEqual(host.status()["stray_answers"], 1)
+            other.sock.sendto(hosting.answer(server.last, "192.0.2.9"), server.asker)
+            wait_for(lambda: host.status()["stray_answers"] == 2, "the answer of another server")
+
+            server.loss = 1.0
+            self.assertIsNone(hosting.ask("d.example", tries=3, wait=0.05))
+            outcomes(static_name=2, no_such_name=2, still_waiting=3, **{"127.0.0.2": 2})
+            os.kill(host.child(), signal.SIGKILL)
+            wait_for(lambda: host.restarts() == 1 and host.answers(), "a restart")
+            outcomes(static_name=2, no_such_name=2, lost_in_restarts=3, **{"127.0.0.2": 2})
 
     def test_socket_is_the_owners_alone(self):
         with Host(*NAMES) as host:
@@ -82,9 +180,10 @@ class Status(unittest.TestCase):
             wait_for(host.answers, "an answer")
 
     def test_nobody_there_is_a_status_of_its_own(self):
-        status, said = leaves("--status", "--socket", "/nonexistent/socket")
-        self.assertEqual(status, 6)
-        self.assertIn("no host answers there", said)
+        for watch in ((), ("--watch",)):
+            status, said = leaves("--status", *watch, "--socket", "/nonexistent/socket")
+            self.assertEqual((status, said.count("\n")), (6, 1), said)
+            self.assertIn("no host answers at /nonexistent/socket: start one, ", said)
 
     def test_file_that_is_no_socket_is_not_removed(self):
         with tempfile.NamedTemporaryFile() as file:

@@ -119,6 +119,9 @@ class FailOver(hosting.TestCase):
             self.assertLess(seconds, hosting.PATIENCE if hosting.SANITIZED else 5)
             print(f"  names resolve again after {seconds:.1f} s")
             self.assertEqual(self.states(host), ["silent", "alive"])
+            self.assertGreater(host.status()["upstreams"][0]["silent_s"], 0.9)
+            self.assertIsNone(host.status()["upstreams"][1]["silent_s"])
+            self.assertEqual(host.log().count(": upstream server 127.0.0.2 is silent\n"), 1)
             self.assertIn("upstream servers are now 127.0.0.3", host.log())
             # A name without records ends the list of servers, which has no silent one in it.
             self.assertIsNotNone(hosting.ask("none.example"))
@@ -126,6 +129,7 @@ class FailOver(hosting.TestCase):
             first.loss = 0.0
             # Servers are asked while applications are.
             wait_for(lambda: resolve("c.example") and self.states(host) == ["alive", "alive"], "the first server back")
+            self.assertEqual(host.log().count(": upstream server 127.0.0.2 answers again\n"), 1)
             print(f"  trusted again {time.monotonic() - began - seconds:.1f} s later")
             asked = first.asked
             self.assertEqual(wait_for(lambda: resolve("c.example", wait=0.3), "an answer"), address_of("c.example"))
@@ -149,6 +153,7 @@ class FailOver(hosting.TestCase):
         with Host("--server", "127.0.0.2", "--server", "127.0.0.3") as host:
             host.serving()
             wait_for(lambda: self.states(host) == ["silent", "silent"], "both silent")
+            self.assertEqual(host.log().count(" is silent; none is left that answers\n"), 1)
             # One may have been found silent a moment before the other: then the order went to the
             # other one and back.
             time.sleep(1)
@@ -158,10 +163,15 @@ class FailOver(hosting.TestCase):
             self.assertEqual(host.restarts(), restarts)
             self.assertIsNone(hosting.ask("a.example", tries=1, wait=0.3), "a server is waited for")
 
-    def test_single_server_is_not_asked_by_the_host(self):
+    def test_single_server_is_watched_too_and_its_silence_changes_nothing(self):
+        server = self.upstream("127.0.0.2")
         with Host("--server", "127.0.0.2") as host:
             host.serving()
-            self.assertEqual(self.states(host), ["not watched"])
+            wait_for(lambda: self.states(host) == ["alive"], "an answer")
+            server.loss = 1.0
+            wait_for(lambda: self.states(host) == ["silent"], "silence")
+            self.assertIn(": upstream server 127.0.0.2 is silent; none is left that answers\n", host.log())
+            self.assertEqual(host.restarts(), 0)
 
 
 if __name__ == "__main__":

@@ -4,5 +4,5 @@ file(REMOVE_RECURSE "${TO}")
 file(COPY
   "${FROM}/CMakeLists.txt" "${FROM}/CMakePresets.json"
   "${FROM}/c_api" "${FROM}/cmake" "${FROM}/dns_proxy_mac" "${FROM}/docs" "${FROM}/examples"
-  "${FROM}/host" "${FROM}/packaging" "${FROM}/trace_reader"
+  "${FROM}/host" "${FROM}/packaging" "${FROM}/status_view" "${FROM}/trace_reader"
   DESTINATION "${TO}")

@@ -102,7 +102,7 @@ class Life(unittest.TestCase):
     def test_02_started_means_answering(self):
         HOSTS.write_text("192.0.2.1 old.internal\n")
         DROP_IN.parent.mkdir()
-        command = f"/usr/sbin/dns_proxy_host --socket /run/dns-proxy-host/status --trace {TRACE} {OPTIONS}"
+        command = f"/usr/sbin/dns_proxy_host --socket /run/dns_proxy_host/status --trace {TRACE} {OPTIONS}"
         DROP_IN.write_text(f"[Service]\nExecStart=\nExecStart={command}\n")
         run("systemctl", "daemon-reload")
         run("systemctl", "enable", "--now", UNIT)
@@ -190,7 +190,7 @@ class Life(unittest.TestCase):
             pass
         for process in processes:
             self.assertFalse(os.path.exists(f"/proc/{process}"))
-        self.assertFalse(os.path.exists("/run/dns-proxy-host"))
+        self.assertFalse(os.path.exists("/run/dns_proxy_host"))
         self.assertFalse(os.path.exists("/run/dns-proxy-host-ends"))
 
     def test_11_taken_port_is_tried_less_and_less_and_its_holder_named(self):

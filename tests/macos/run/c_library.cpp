@@ -252,17 +252,17 @@ void ThreadAtExit(void (*destroy)(void*), void* object) {
 // --- What is the same ---------------------------------------------------------------------------
 
 constexpr char kSame[] =
-    "_exit abort access asprintf calloc ceilf chdir chmod chown close dup dup2 exit fchmod fclose "
-    "fdopen ferror fflush fgets fileno fopen fork fprintf fputc fputs fputwc fread free fseek "
-    "fseeko ftell ftello fwrite getc getcwd getegid getenv geteuid getpid getwc gmtime_r "
-    "inet_addr isatty link listen localtime_r malloc memchr memcmp memcpy memmove memset mkdir "
-    "mkdtemp mkfifo mkstemp munmap nanosleep nextafter perror pipe poll popen posix_memalign "
-    "pread printf pthread_equal pthread_getspecific pthread_key_delete pthread_setspecific puts "
-    "read realloc "
-    "remove rename rewind rmdir sched_yield setgid setgroups setsid setuid setvbuf snprintf "
-    "socketpair sscanf strcasecmp strchr strcmp strcpy strdup strftime strlen strncmp strrchr "
-    "strstr strtol strtold strtoll strtoull symlink time tmpfile ttyname umask ungetc ungetwc "
-    "unlink vfprintf vprintf wcslen wmemchr";
+    "_exit abort access asprintf calloc ceilf chdir chmod chown close dup dup2 exit fchmod "
+    "fclose fdopen ferror fflush fgets fileno fopen fork fprintf fputc fputs fputwc fread free "
+    "fseek fseeko ftell ftello fwrite getc getcwd getegid getenv geteuid getpid getwc gmtime_r "
+    "inet_addr isatty link listen localeconv localtime_r malloc memchr memcmp memcpy memmove "
+    "memset mkdir mkdtemp mkfifo mkstemp munmap nanosleep nextafter perror pipe poll popen "
+    "posix_memalign pread printf pthread_equal pthread_getspecific pthread_key_delete "
+    "pthread_setspecific puts read realloc remove rename rewind rmdir sched_yield setgid "
+    "setgroups setsid setuid setvbuf snprintf socketpair sscanf strcasecmp strchr strcmp strcpy "
+    "strdup strftime strlen strncmp strrchr strstr strtod strtol strtold strtoll strtoull "
+    "symlink time tmpfile ttyname umask ungetc ungetwc unlink vfprintf vprintf vsnprintf wcslen "
+    "wmemchr";
 
 // The same but for a locale behind the other arguments.
 constexpr char kSameWithLocale[] =
