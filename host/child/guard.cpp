@@ -44,12 +44,18 @@ Datagram Question(Datagram message) {
   return ended ? rest.first(std::min(rest.size(), end + 1 + kTypeAndClassSize)) : rest;
 }
 
-// Type and class as they are, all else without regard to case. That takes lengths of 65 to 90 for
-// others too, which no label has by RFC 1035.
+// The labels without regard to case, and all else as it is: lengths, type, class.
 bool SameQuestion(Datagram a, Datagram b) {
-  const auto fold = [](unsigned char c) { return std::tolower(c); };
-  const std::size_t tail = std::min(a.size(), kTypeAndClassSize);
-  return std::ranges::equal(a, b, {}, fold, fold) && std::ranges::equal(a.last(tail), b.last(tail));
+  std::size_t length = 0;  // where the next label's length stands, or the last one
+  for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
+    if (i < length ? std::tolower(a[i]) != std::tolower(b[i]) : a[i] != b[i]) {
+      return false;
+    }
+    if (i == length && a[i] != 0 && a[i] < kFirstBadLength) {
+      length += 1 + a[i];
+    }
+  }
+  return a.size() == b.size();
 }
 
 }  // namespace
