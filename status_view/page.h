@@ -21,7 +21,8 @@ using History = std::deque<Moment>;  // the newest last
 std::vector<std::string> StatusLines(const Snapshot& now);
 
 // What --watch shows: the same, and lines of what has been seen. At least one moment of `seen` has
-// told something. What does not fit into `columns` is cut off; 80 are enough. UTF-8.
+// told something. For `columns`, and no fewer than 80: a narrower terminal cuts lines off, and those
+// with a long reason. UTF-8.
 std::vector<std::string> PageLines(const History& seen, int columns, bool coloured);
 
 // What --watch prints where there is no terminal.

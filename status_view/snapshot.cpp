@@ -13,10 +13,6 @@ std::string Text(const Json& json) {
   return Printable(json.is_null() ? "" : json.get<std::string>());
 }
 
-std::optional<double> Number(const Json& json) {
-  return json.is_null() ? std::nullopt : std::optional(json.get<double>());
-}
-
 // The object's numbers, with their names in words.
 std::vector<Snapshot::Count> Counts(const Json& json) {
   std::vector<Snapshot::Count> counts;
@@ -38,21 +34,26 @@ std::optional<Snapshot> ReadSnapshot(const std::string& json) {
                          .hostProcess = told.at("host_process"),
                          .serviceProcess = told.at("service_process"),
                          .error = Text(told.at("error")),
-                         .queries = told.at("queries"),
                          .outcomes = Counts(told.at("outcomes")),
                          .keptAway = Counts(told.at("kept_away")),
                          .optRecords = told.at("opt_records_taken"),
                          .strayAnswers = told.at("stray_answers"),
                          .servers = {},
+                         .roundTrips = {},
                          .restarts = told.at("restarts"),
                          .lastRestarts = {}};
     for (const Json& server : told.at("upstreams")) {
-      snapshot.servers.push_back({Text(server.at("address")), Text(server.at("state")),
-                                  Number(server.at("round_trip_ms")),
-                                  Number(server.at("silent_s"))});
+      const std::string address = Text(server.at("address"));
+      const std::string state = Text(server.at("state"));
+      snapshot.servers.push_back({address, state, {}});
+      if (state == "silent") {
+        snapshot.servers.back().silentFor = server.at("silent_s");
+      } else if (state == "alive") {
+        snapshot.roundTrips.push_back({address, server.at("round_trip_ms")});
+      }
     }
     for (const Json& restart : told.at("last_restarts")) {
-      snapshot.lastRestarts.push_back({restart.at("s_ago"), Text(restart.at("why"))});
+      snapshot.lastRestarts.push_back({Text(restart.at("why")), restart.at("s_ago")});
     }
     return snapshot;
   } catch (const Json::exception&) {

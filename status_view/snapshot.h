@@ -14,27 +14,22 @@ struct Snapshot {
   struct Server {
     std::string address;
     std::string state;
-    std::optional<double> roundTrip;  // milliseconds
     std::optional<double> silentFor;  // seconds
-  };
-  struct Restart {
-    double ago;  // seconds
-    std::string why;
   };
 
   std::string state;
   double uptime;  // seconds
   int hostProcess;
-  int serviceProcess;  // 0: none
-  std::string error;   // empty: none
-  double queries;
+  int serviceProcess;           // 0: none
+  std::string error;            // empty: none
   std::vector<Count> outcomes;  // of all queries: the sum is theirs
   std::vector<Count> keptAway;  // by reason
   double optRecords;
   double strayAnswers;
   std::vector<Server> servers;
+  std::vector<Count> roundTrips;  // milliseconds, of those servers that are alive
   double restarts;
-  std::vector<Restart> lastRestarts;  // the newest first
+  std::vector<Count> lastRestarts;  // why, and how many seconds ago; the newest first
 };
 
 // From the host's JSON; nothing if it is not that. No text in it can draw on a terminal.

@@ -65,12 +65,9 @@ void TakeSignals() {
 // As Ctrl-Z does it to a process that does not catch the signal.
 void Suspend(Terminal& terminal) {
   terminal.GiveBack();
-  sigset_t stop;
-  sigemptyset(&stop);
-  sigaddset(&stop, SIGTSTP);
   signal(SIGTSTP, SIG_DFL);
   raise(SIGTSTP);
-  sigprocmask(SIG_UNBLOCK, &stop, nullptr);  // stops here
+  WaitFor({-1}, Clock::now() + Milliseconds(1));  // stops here, where signals come through
   TakeSignals();
   terminal.Take();
 }
@@ -111,10 +108,8 @@ void WatchAsPage(const std::string& path, Clock::duration interval, History& see
 void WatchAsLines(const std::string& path, Clock::duration interval, History& seen) {
   for (;; Listen(seen, path)) {
     const std::time_t now = std::time(nullptr);
-    std::tm date;
-    gmtime_r(&now, &date);
     char time[32];
-    std::strftime(time, sizeof(time), "%Y-%m-%dT%H:%M:%SZ", &date);
+    std::strftime(time, sizeof(time), "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
     if (std::printf("%s %s\n", time, OneLine(seen).c_str()) < 0 || std::fflush(stdout) != 0) {
       return;
     }
@@ -125,13 +120,11 @@ void WatchAsLines(const std::string& path, Clock::duration interval, History& se
 }  // namespace
 
 void ShowStatus(const std::string& path, bool json, std::optional<double> watch) {
-  const std::string text = path.empty() ? "" : Ask(path);
+  const std::string text = Ask(path);
   History seen = {{Clock::now(), ReadSnapshot(text)}};
   if (!seen.back().told) {
-    throw Failure{kExitNoHost,
-                  path.empty() ? "this user has no runtime folder: name the host's --socket"
-                               : "no host answers at " + path +
-                                     ": start one, ask as the user who has, or name its --socket"};
+    throw Failure{kExitNoHost, "no host answers at " + path +
+                                   ": start one, ask as the user who has, or name its --socket"};
   }
   if (json) {
     std::fputs(text.c_str(), stdout);

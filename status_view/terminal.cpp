@@ -10,10 +10,11 @@
 namespace {
 
 // What every terminal of the last decades understands.
-constexpr const char* kBegin = "\x1b[?1049h\x1b[?25l";  // the other screen, no cursor
-constexpr const char* kEnd = "\x1b[?25h\x1b[?1049l";    // the cursor, the first screen
+constexpr const char* kBegin =
+    "\x1b[?1049h\x1b[?25l\x1b[?7l";  // its other screen, no cursor, no line wrapped
+constexpr const char* kEnd = "\x1b[?7h\x1b[?25h\x1b[?1049l";
 constexpr const char* kHome = "\x1b[H";
-constexpr const char* kRestOfLine = "\x1b[K";  // erases
+constexpr const char* kRestOfLine = "\x1b[K";  // erases; behind a full line, its last column too
 constexpr const char* kRestOfScreen = "\x1b[J";
 
 winsize Size() {
@@ -69,9 +70,9 @@ void Terminal::Draw(const std::vector<std::string>& lines, const std::string& fo
   const int rows = Size().ws_row == 0 ? 24 : Size().ws_row;
   std::string page = kHome;
   for (std::size_t i = 0; i < lines.size() && static_cast<int>(i) + 2 < rows; ++i) {
-    page += lines[i] + kRestOfLine + "\r\n";
+    page += kRestOfLine + lines[i] + "\r\n";
   }
-  Write(page + kRestOfScreen + "\r\n" + footer + kRestOfLine);
+  Write(page + kRestOfScreen + "\r\n" + footer);
 }
 
 std::optional<char> Terminal::Key() const {

@@ -39,23 +39,25 @@ bool Passes(Verdict verdict) {
   return false;
 }
 
-// What the service answers by itself, without any server.
-struct OwnAnswer {
-  bool noSuchName;  // to a reverse look-up
-  bool staticName;
-  unsigned short type;  // of the question
-};
-
-// To `query`, which the service can read: by its name as the service reads it.
-OwnAnswer OwnAnswerTo(Datagram query) {
+// Counts `query`, which the service can read, if it will answer that without any server: by the name
+// as the service reads it. Whether an OPT record should come off: AAAA questions for static names
+// are left as they are, their answers are no more readable without EDNS.
+bool CountOwnAnswer(Datagram query) {
   char name[kDomainTextSize] = {};
   unsigned short type = 0;
   unsigned short questionClass = 0;
   ExtractDomain(query.data() + kDnsHeaderSize, static_cast<int>(query.size()) - kDnsHeaderSize,
                 name, kDomainTextSize, type, questionClass);
   HostRespData* record = nullptr;
-  const bool reverse = std::strstr(name, ".in-addr.arpa") != nullptr;
-  return {reverse, !reverse && g_Hostmaps.Find(name, record), type};
+  if (std::strstr(name, ".in-addr.arpa") != nullptr) {
+    ++g_shared->noSuchNames;
+    return true;
+  }
+  if (!g_Hostmaps.Find(name, record)) {
+    return false;
+  }
+  ++g_shared->staticNames;
+  return type != kTypeAAAA;
 }
 
 // What becomes of a query by `answer`, which the service is going to see.
@@ -97,19 +99,10 @@ std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sock
   if (g_shared->wakeParent.load() && g_shared->wakeParent.exchange(false)) {
     SendDatagram(g_SockToClientApps, query.data(), 0, parent);
   }
-  if (worker.verdict != Verdict::kPasses) {
-    return query.size();
-  }
-  const OwnAnswer own = OwnAnswerTo(query);
-  if (own.noSuchName || own.staticName) {
-    ++(own.staticName ? g_shared->staticNames : g_shared->noSuchNames);
-  }
-  // AAAA questions for static names are left as they are: their answers are no more readable
-  // without EDNS.
-  const bool opt = own.noSuchName || (own.staticName && own.type != kTypeAAAA);
-  const std::size_t bare = g_shared->guarded && opt ? SizeWithoutOpt(query) : query.size();
+  const bool own = worker.verdict == Verdict::kPasses && CountOwnAnswer(query);
+  const std::size_t bare = g_shared->guarded && own ? SizeWithoutOpt(query) : query.size();
   if (bare == query.size()) {
-    return query.size();
+    return bare;
   }
   std::memset(&query[kAdditionalCountOffset], 0, 2);
   ++g_shared->optRecords;

@@ -20,20 +20,15 @@ constexpr int kMaxStatus = 256 * 1024;
 
 std::string FolderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
 
-int Listen(const std::string& path, bool asked) {
+int Listen(const std::string& path, bool asked) try {
+  asked || mkdir(FolderOf(path).c_str(), 0755);
+  return path.empty() ? -1 : ListenUnix(path);
+} catch (const Failure& failure) {
   if (asked) {
-    return path.empty() ? -1 : ListenUnix(path);
+    throw;
   }
-  try {
-    if (path.empty()) {
-      throw Failure{kExitFailure, "this user has no runtime folder"};
-    }
-    mkdir(FolderOf(path).c_str(), 0755);
-    return ListenUnix(path);
-  } catch (const Failure& failure) {
-    Log("warning", failure.why + "; --status will find no host (--socket names another place)");
-    return -1;
-  }
+  Log("warning", failure.why + "; --status will find no host (--socket names another place)");
+  return -1;
 }
 
 double Seconds(Clock::duration time) {

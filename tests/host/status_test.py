@@ -78,10 +78,11 @@ class Status(hosting.TestCase):
         environment.pop("XDG_RUNTIME_DIR")
         with Host(*NAMES, default_socket=True, environment={"XDG_RUNTIME_DIR": ""}, **become) as host:
             wait_for(lambda: resolve("a.example", tries=1, wait=0.1), "an answer")
-            self.assertIn("warning: this user has no runtime folder; --status will find no host", host.log())
+            self.assertIn("warning: --socket $XDG_RUNTIME_DIR/dns_proxy_host/status: No such file", host.log())
+            self.assertIn("; --status will find no host (--socket names another place)", host.log())
         status, said = leaves("--status", env=environment, **become)
         self.assertEqual((status, said.count("\n")), (6, 1), said)
-        self.assertIn("name the host's --socket", said)
+        self.assertIn("no host answers at $XDG_RUNTIME_DIR/dns_proxy_host/status: start one", said)
 
     def test_default_that_cannot_be_made_is_told_and_stops_nothing_and_one_asked_for_does(self):
         with own_run("-o", "ro"):

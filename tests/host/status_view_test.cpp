@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -47,9 +46,8 @@ Moment After(int seconds, const std::string& json) {
 Moment Busy(int seconds) {
   const int asked = seconds * (seconds + 1) / 2;
   Moment moment = After(seconds, Report());
-  moment.told->queries += asked;
   moment.told->outcomes[0].count += asked;
-  moment.told->servers[0].roundTrip = 10 + seconds;
+  moment.told->roundTrips[0].count = 10 + seconds;
   return moment;
 }
 
@@ -129,9 +127,9 @@ TEST(StatusView, TimesHaveTwoUnitsAtTheMost) {
   const struct {
     const char* seconds;
     const char* words;
-  } cases[] = {{"0.4", "0 s"},        {"59.4", "59 s"},        {"60", "1 min"},
-               {"61.2", "1 min 1 s"}, {"3599", "59 min 59 s"}, {"3600", "1 h"},
-               {"90061", "1 d 1 h"},  {"864000", "10 d"},      {"3661", "1 h 1 min"}};
+  } cases[] = {{"0.4", "0 s"},          {"119", "119 s"},      {"120", "2 min 0 s"},
+               {"3599", "59 min 59 s"}, {"3600", "1 h 0 min"}, {"86399", "23 h 59 min"},
+               {"90061", "1 d 1 h"},    {"864000", "10 d 0 h"}};
   for (const auto& [seconds, words] : cases) {
     EXPECT_EQ(StatusOf(Report("uptime_s", seconds))[0], std::string("serving for ") + words);
   }
@@ -141,7 +139,7 @@ TEST(StatusView, WhatIsNoReportIsNone) {
   EXPECT_FALSE(ReadSnapshot(""));
   EXPECT_FALSE(ReadSnapshot("[]"));
   EXPECT_FALSE(ReadSnapshot(Report().substr(0, Report().size() - 1)));
-  EXPECT_FALSE(ReadSnapshot(Report("queries", "\"many\"")));
+  EXPECT_FALSE(ReadSnapshot(Report("uptime_s", "\"long\"")));
   EXPECT_FALSE(ReadSnapshot(Report("upstreams", "7")));
 }
 
@@ -155,7 +153,7 @@ TEST(StatusView, NoTextDrawsOnTheTerminal) {
 
 TEST(StatusView, PageDrawsTheLastMinute) {
   const Lines page = PageLines(BusyFor(90), 80, false);
-  EXPECT_EQ(LineWith(page, "queries in"), "queries in the last 1 min: at most 90.0 a second");
+  EXPECT_EQ(LineWith(page, "queries in"), "queries in the last 60 s: at most 90.0 a second");
   const std::string line = LineWith(page, "     90.0 a second");
   EXPECT_EQ(Columns(line), 80U);
   EXPECT_EQ(line.substr(0, 20), "     90.0 a second  ");
@@ -163,41 +161,27 @@ TEST(StatusView, PageDrawsTheLastMinute) {
   EXPECT_TRUE(line.ends_with("▇█")) << line;
   // 31 + 32 + ... + 90 of them.
   EXPECT_EQ(LineWith(page, "queries   "),
-            "queries                  16,440          3,630  in the last 1 min");
+            "queries                  16,440          3,630  in the last 60 s");
   EXPECT_EQ(LineWith(page, "static name"),
             "  static name             5,329  32 %    3,630  ████████████████████████████████");
 }
 
 TEST(StatusView, WiderPageShowsMore) {
   const Lines page = PageLines(BusyFor(150), 120, false);
-  EXPECT_EQ(LineWith(page, "queries in"), "queries in the last 1 min 40 s: at most 150 a second");
+  EXPECT_EQ(LineWith(page, "queries in"), "queries in the last 100 s: at most 150 a second");
   EXPECT_EQ(Columns(LineWith(page, "150 a second  ")), 120U);
   EXPECT_EQ(Columns(LineWith(page, "static name")), 120U);
   EXPECT_EQ(Columns(LineWith(page, "127.0.0.2         alive")), 120U);
 }
 
-TEST(StatusView, NoLineIsWiderThanTheTerminal) {
-  History seen = BusyFor(10);
-  seen.back().told->lastRestarts[0].why = std::string(200, 'x');
-  for (const int columns : {1, 40, 80, 120}) {
-    for (const bool coloured : {false, true}) {
-      for (const std::string& line : PageLines(seen, columns, coloured)) {
-        EXPECT_LE(Columns(line), static_cast<std::size_t>(columns)) << line;
-        const std::size_t last = line.rfind('\x1b');
-        EXPECT_EQ(line.substr(std::min(last, line.size()), 3),
-                  coloured && last != line.npos ? "\x1b[m" : "")
-            << line;
-      }
-    }
-  }
-}
-
 TEST(StatusView, EachServerHasALineOfItsRoundTripsWhileItIsAlive) {
   History seen = BusyFor(3);
   for (Moment& moment : seen) {
-    moment.told->servers[1] = {"127.0.0.3", "alive", 5.0, std::nullopt};
+    moment.told->servers[1] = {"127.0.0.3", "alive", std::nullopt};
+    moment.told->roundTrips.push_back({"127.0.0.3", 5});
   }
-  seen.back().told->servers[1] = {"127.0.0.3", "silent", 5.0, 1.0};
+  seen.back().told->servers[1] = {"127.0.0.3", "silent", 1.0};
+  seen.back().told->roundTrips.pop_back();
   const Lines page = PageLines(seen, 80, false);
   EXPECT_EQ(LineWith(page, "127.0.0.2         alive"),
             "  127.0.0.2         alive                13 ms  " + std::string(28, ' ') + "▆▇▇█");

@@ -81,8 +81,8 @@ class ResolvConf(hosting.TestCase):
         self.file.write_text("nameserver 192.0.2.1\n")
         with Host("--probe-interval", "50") as host:
             host.serving()
-            subprocess.run(["umount", str(real)], check=True)
-            subprocess.run(["mount", "--bind", "/dev/null", str(real)], check=True)
+            subprocess.run(["mount", "--bind", "/dev/null", str(real)], check=True)  # over the other file
+            self.addCleanup(subprocess.run, ["umount", str(real)], check=True)
             wait_for(lambda: "runs on with the servers that it has" in host.log(), "a line about it")
             self.assertEqual(leaves(*USER)[0], 5)
             self.assertEqual(host.status()["upstreams"][0]["address"], "192.0.2.1")
