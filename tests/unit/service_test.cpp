@@ -113,7 +113,7 @@ class StartDnsSrvTest : public RequestFixture {
                           [](auto... a) { return platform::pthread_create.System(a...); });
     return std::thread(body);
   }
-  static void Join(std::thread& thread) {
+  static void JoinReal(std::thread& thread) {
     const Replaced join(platform::pthread_join,
                         [](auto... a) { return platform::pthread_join.System(a...); });
     thread.join();
@@ -170,7 +170,7 @@ TEST_F(StartDnsSrvTest, ListsAreLeftAloneWhileAPassOfAnEarlierStartIsUnderWay) {
   });
   underWay.wait();
   EXPECT_TRUE(Start({"192.0.2.1"}, {{"alpha.internal", "10.1.2.3"}}));
-  Join(pass);
+  JoinReal(pass);
   EXPECT_EQ(g_DnsMethodList.size(), 2U);
 }
 
