@@ -43,8 +43,9 @@ if(NOT dns_proxy_mac_SANITIZE AND NOT dns_proxy_mac_COVERAGE AND NOT dns_proxy_m
       endif()
     endforeach()
     check_pie_supported(LANGUAGES CXX)
-    # The C library checks sizes where code is optimised. Some compilers bring a level of their own.
-    if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    # The C library checks sizes where code is optimised. Some compilers bring a level of their own,
+    # and a packager's is left alone.
+    if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
       list(APPEND known_compile_flags -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
     endif()
   endif()
