@@ -16,11 +16,15 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   set(papers "${tree}/doc/${CPACK_DEBIAN_${name}_PACKAGE_NAME}")
 
   file(COPY "${here}/copyright" DESTINATION "${papers}")
-  # The command lines are read by a library that becomes part of the programs.
-  if(component STREQUAL "host" AND EXISTS /usr/share/doc/libcli11-dev/copyright)
-    file(READ /usr/share/doc/libcli11-dev/copyright command_line)
-    file(APPEND "${papers}/copyright"
-      "\nThe programs contain CLI11, of which Debian says:\n\n${command_line}")
+  # Header libraries become part of the programs, and have authors of their own.
+  if(component STREQUAL "host")
+    foreach(library libcli11-dev nlohmann-json3-dev)
+      if(EXISTS "/usr/share/doc/${library}/copyright")
+        file(READ "/usr/share/doc/${library}/copyright" theirs)
+        file(APPEND "${papers}/copyright"
+          "\nThe programs contain code of Debian's ${library}, which says:\n\n${theirs}")
+      endif()
+    endforeach()
   endif()
 
   execute_process(
