@@ -15,9 +15,15 @@
 
 namespace {
 
+constexpr std::size_t kFlagsLowOffset = 3;  // RA, Z, RCODE
 constexpr std::size_t kAdditionalCountOffset = 10;
+constexpr unsigned char kRcodeMask = 0x0F;
+constexpr unsigned char kNameError = 3;
 
 SharedMemory* g_shared = nullptr;  // constant while there are workers
+
+// On the answer thread: the server whose answer it has; on all others 0. Network order.
+thread_local in_addr_t g_answering = 0;
 
 // One worker's thread.
 struct WorkerThread {
@@ -39,45 +45,25 @@ bool Passes(Verdict verdict) {
   return false;
 }
 
-// Counts `query`, which the service can read, if it will answer that without any server: by the name
-// as the service reads it. Whether an OPT record should come off: AAAA questions for static names
-// are left as they are, their answers are no more readable without EDNS.
-bool CountOwnAnswer(Datagram query) {
+// Whether the service answers `query`, which it can read and whose name fits into a message,
+// without any server: the name as the service reads it. AAAA questions for static names are left as
+// they are: their answers are no more readable without EDNS.
+bool IsAnsweredHere(Datagram query) {
   char name[kDomainTextSize] = {};
   unsigned short type = 0;
   unsigned short questionClass = 0;
   ExtractDomain(query.data() + kDnsHeaderSize, static_cast<int>(query.size()) - kDnsHeaderSize,
                 name, kDomainTextSize, type, questionClass);
   HostRespData* record = nullptr;
-  if (std::strstr(name, ".in-addr.arpa") != nullptr) {
-    ++g_shared->noSuchNames;
-    return true;
-  }
-  if (!g_Hostmaps.Find(name, record)) {
-    return false;
-  }
-  ++g_shared->staticNames;
-  return type != kTypeAAAA;
+  return std::strstr(name, ".in-addr.arpa") != nullptr ||
+         (type != kTypeAAAA && g_Hostmaps.Find(name, record));
 }
 
-// What becomes of a query by `answer`, which the service is going to see.
-void CountAnswer(Datagram answer, in_addr_t server, const DnsRequest* request) {
+// Whether a query waits for an answer from `server` in `request`, which is null if there is none.
+bool IsAsked(in_addr_t server, const DnsRequest* request) {
   const std::size_t method = request == nullptr ? 0 : MethodIndex(*request);
-  if (request == nullptr || method >= request->vecDnsMethods.size() ||
-      request->vecDnsMethods[method].serverAddr.sin_addr.s_addr != server ||
-      answer.size() < kDnsHeaderSize) {
-    ++g_shared->strayAnswers;
-  } else if (HasRecords(answer)) {
-    auto* const entry = std::ranges::find_if(g_shared->servers, [&](const auto& one) {
-      return one.address == server || one.address == 0;
-    });
-    if (entry != g_shared->servers.end()) {
-      entry->address = server;  // the answer thread alone writes here
-      ++entry->answers;
-    }
-  } else if (method + 1 == request->vecDnsMethods.size()) {
-    ++g_shared->noSuchNames;  // nobody is left to be asked
-  }
+  return request != nullptr && method < request->vecDnsMethods.size() &&
+         request->vecDnsMethods[method].serverAddr.sin_addr.s_addr == server;
 }
 
 std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sockaddr_in& sender) {
@@ -99,10 +85,9 @@ std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sock
   if (g_shared->wakeParent.load() && g_shared->wakeParent.exchange(false)) {
     SendDatagram(g_SockToClientApps, query.data(), 0, parent);
   }
-  const bool own = worker.verdict == Verdict::kPasses && CountOwnAnswer(query);
-  const std::size_t bare = g_shared->guarded && own ? SizeWithoutOpt(query) : query.size();
-  if (bare == query.size()) {
-    return bare;
+  const std::size_t bare = g_shared->guarded ? SizeWithoutOpt(query) : query.size();
+  if (bare == query.size() || !IsAnsweredHere(query)) {
+    return query.size();
   }
   std::memset(&query[kAdditionalCountOffset], 0, 2);
   ++g_shared->optRecords;
@@ -125,7 +110,9 @@ std::optional<std::size_t> AdmitAnswer(Datagram answer, const sockaddr_in& sende
   }
   worker.verdict = JudgeAnswer(answer, pending);
   if (Passes(worker.verdict)) {
-    CountAnswer(answer, sender.sin_addr.s_addr, request);
+    g_answering = sender.sin_addr.s_addr;
+    const bool stray = answer.size() < kDnsHeaderSize || !IsAsked(g_answering, request);
+    g_shared->strayAnswers += stray ? 1 : 0;
     return answer.size();
   }
   return std::nullopt;
@@ -142,6 +129,25 @@ bool HasGate(int sock) {
 std::optional<std::size_t> Admit(int sock, std::span<unsigned char> datagram,
                                  const sockaddr_in& sender) {
   return sock == g_SockToClientApps ? AdmitQuery(datagram, sender) : AdmitAnswer(datagram, sender);
+}
+
+void NoteSent(int sock, Datagram answer) {
+  if (g_shared == nullptr || sock != g_SockToClientApps || answer.size() < kDnsHeaderSize) {
+    return;
+  }
+  if (!HasRecords(answer)) {  // "no such name", or the gate's own
+    g_shared->noSuchNames += (answer[kFlagsLowOffset] & kRcodeMask) == kNameError ? 1 : 0;
+  } else if (g_answering == 0) {
+    ++g_shared->staticNames;
+  } else {
+    auto* const entry = std::ranges::find_if(g_shared->servers, [](const auto& one) {
+      return one.address == g_answering || one.address == 0;
+    });
+    if (entry != g_shared->servers.end()) {
+      entry->address = g_answering;  // the answer thread alone writes here
+      ++entry->answers;
+    }
+  }
 }
 
 void Leave(SharedMemory& shared, int status, const std::string& why) {

@@ -1,5 +1,6 @@
 // Where a datagram goes before the service sees it: on the worker's own thread, inside the receive
-// call of its handler (system_calls.cpp). The guard judges, the gate acts, and counts.
+// call of its handler (system_calls.cpp). The guard judges, the gate acts, and counts: what comes,
+// and what is sent, by which it knows what has become of a query.
 //
 // A worker that has been here once has an object of its thread. That is destroyed when the thread
 // ends, and ends the process.
@@ -25,6 +26,9 @@ bool HasGate(int sock);
 // will answer by itself.
 std::optional<std::size_t> Admit(int sock, std::span<unsigned char> datagram,
                                  const sockaddr_in& sender);
+
+// `answer` is about to be sent from `sock`: counts what becomes of a query by it.
+void NoteSent(int sock, std::span<const unsigned char> answer);
 
 // Ends this process, from any thread: the workers may be running, so no destructor and no handler.
 // The parent is told why; of two threads that want to leave, the first gives the reason.

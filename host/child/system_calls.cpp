@@ -1,9 +1,9 @@
-// The receive call of this program. A symbol that a program defines itself is the one that its
-// libraries' calls are linked to, as with an allocator of one's own: so the service's calls come
-// here, and only those for its two sockets, in the child, pass the gate. For all others this is
-// what the system's recvfrom is.
+// The calls of this program that receive and send datagrams. A symbol that a program defines itself
+// is the one that its libraries' calls are linked to, as with an allocator of one's own: so the
+// service's calls come here, and those for its two sockets, in the child, pass the gate. For all
+// others these are what the system's are.
 //
-// A file of the executable's own and not of a library: a sanitizer's runtime brings this symbol
+// A file of the executable's own and not of a library: a sanitizer's runtime brings these symbols
 // too, and a linker takes nothing from an archive for one that it has already.
 #undef _FORTIFY_SOURCE  // its inline version would be a second definition
 #include <sys/socket.h>
@@ -19,7 +19,7 @@
 
 namespace {
 
-// What the system's recvfrom does. Linux has a cheaper way than recvmsg.
+// What the system's recvfrom and sendto do. Linux has a cheaper way than recvmsg and sendmsg.
 ssize_t Receive(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
                 socklen_t* senderLength) {
 #if defined(__linux__)
@@ -36,6 +36,21 @@ ssize_t Receive(int sock, void* buffer, std::size_t size, int flags, sockaddr* s
     *senderLength = message.msg_namelen;
   }
   return received;
+#endif
+}
+
+ssize_t Send(int sock, const void* bytes, std::size_t size, int flags, const sockaddr* to,
+             socklen_t length) {
+#if defined(__linux__)
+  return syscall(SYS_sendto, sock, bytes, size, flags, to, length);
+#else
+  iovec part = {const_cast<void*>(bytes), size};
+  msghdr message = {};
+  message.msg_name = const_cast<sockaddr*>(to);
+  message.msg_namelen = length;
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  return sendmsg(sock, &message, flags);
 #endif
 }
 
@@ -60,4 +75,11 @@ extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags,
     }
     *senderLength = room;
   }
+}
+
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
+extern "C" ssize_t sendto(int sock, const void* bytes, std::size_t size, int flags,
+                          const sockaddr* to, socklen_t length) {
+  NoteSent(sock, {static_cast<const unsigned char*>(bytes), size});
+  return Send(sock, bytes, size, flags, to, length);
 }

@@ -132,6 +132,9 @@ class Status(hosting.TestCase):
             for kind in (hosting.A, hosting.AAAA):
                 self.assertIsNotNone(hosting.ask("A.example", kind))
             outcomes(static_name=2)
+            hosting.send(hosting.BAD["root"])
+            wait_for(lambda: host.status()["kept_away"]["root"] == 1, "a query that is refused")
+            outcomes(static_name=2)
             self.assertIsNotNone(hosting.ask("1.2.0.192.in-addr.arpa", hosting.PTR))
             outcomes(static_name=2, no_such_name=1)
             self.assertIsNotNone(hosting.ask("none.example"))
