@@ -264,8 +264,12 @@ struct Control {
 static_assert(sizeof(MacControl) == 16 && sizeof(Control) == CMSG_SPACE(sizeof(int)));
 
 ssize_t SendMsg(int sock, const MacMessage* message, int flags) {
+  if (message->controlLength == 0 && message->partCount == 1) {
+    return SendTo(sock, message->parts->iov_base, message->parts->iov_len, flags, message->name,
+                  message->nameLength);
+  }
   if (message->name != nullptr || message->controlLength != sizeof(MacControl)) {
-    EndUnwritten("sendmsg to an address, or without a descriptor");
+    EndUnwritten("sendmsg of several parts, or of a descriptor to an address");
   }
   const auto& sent = *static_cast<const MacControl*>(message->control);
   if (sent.length != sizeof(sent) || sent.level != kMacSocketLevel || sent.type != SCM_RIGHTS) {
