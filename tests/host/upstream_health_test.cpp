@@ -87,6 +87,9 @@ TEST(UpstreamHealth, SilenceIsFoundWithinFourSeconds) {
     run.RunUntil(Seconds(30));
     EXPECT_TRUE(run.health().silent());
     EXPECT_LT(run.changedAt().count() - fallsSilentAt, 4.2) << fallsSilentAt;
+    const Seconds since = run.health().silentSince() - TimePoint{};
+    EXPECT_GE(since.count(), fallsSilentAt - 0.002);
+    EXPECT_LT(since.count(), fallsSilentAt + 2.5);
   }
 }
 
