@@ -77,6 +77,11 @@ class Archive(unittest.TestCase):
                         f"{processor} is not what was built",
                     )
 
+    def test_nothing_names_the_folders_of_the_machine_that_built_it(self):
+        source = pathlib.Path(X86_64).resolve().parent.parent
+        for name in self.files:
+            self.assertFalse(str(source).encode() in self.content(name), name)
+
     def test_programs_may_be_run_and_nothing_else(self):
         runnable = {name for name, member in self.files.items() if member.mode & 0o111}
         self.assertEqual(runnable, {name for name in UNIVERSAL if not name.endswith(".a")})
