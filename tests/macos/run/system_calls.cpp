@@ -1,6 +1,7 @@
 // Files, sockets, signals and processes.
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <netinet/in.h>
 #include <pwd.h>
 #include <signal.h>
@@ -92,6 +93,8 @@ constexpr Pair kOpenFlags[] = {{1, O_WRONLY},           {2, O_RDWR},           {
                                {8, O_APPEND},           {0x100, O_NOFOLLOW},   {0x200, O_CREAT},
                                {0x400, O_TRUNC},        {0x800, O_EXCL},       {0x20000, O_NOCTTY},
                                {0x100000, O_DIRECTORY}, {0x1000000, O_CLOEXEC}};
+
+constexpr Pair kMatchFlags[] = {{1, FNM_NOESCAPE}, {2, FNM_PATHNAME}, {4, FNM_PERIOD}};
 
 constexpr Pair kMessageFlags[] = {{0x2, MSG_PEEK},      {0x10, MSG_TRUNC},
                                   {0x20, MSG_CTRUNC},   {0x40, MSG_WAITALL},
@@ -318,6 +321,10 @@ int FCntl(int descriptor, int command, int argument) {  // F_GETFL and F_SETFL: 
   return flags == -1 ? -1 : FlagsToMac(kOpenFlags, flags);
 }
 
+int FnMatch(const char* pattern, const char* text, int flags) {
+  return fnmatch(pattern, text, FlagsToLinux(kMatchFlags, flags));
+}
+
 // A pipe takes 512 bytes in one piece there, and 4,096 here: what is longer may be cut, and then
 // others may write in between.
 ssize_t Write(int descriptor, const void* bytes, std::size_t size) {
@@ -535,9 +542,9 @@ void AddSystemCalls(Imports& imports) {
       "_recv", Recv, "_recvfrom", RecvFrom, "_recvmsg", RecvMsg, "_send", Send, "_sendto", SendTo,
       "_sendmsg", SendMsg, "_setsockopt", SetSockOpt, "_inet_ntop", INetNToP, "_inet_pton",
       INetPToN, "_select$1050", Select, "_pselect$1050", PSelect, "___darwin_check_fd_set_overflow",
-      CheckSetOverflow, "_open", Open, "_fcntl", FCntl, "_write", Write, "_stat$INODE64",
-      StatOf<const char*, stat>, "_lstat$INODE64", StatOf<const char*, lstat>, "_fstat$INODE64",
-      StatOf<int, fstat>, "_mmap", MMap, "_sigaction", SigAction, "_sigprocmask", SigProcMask,
-      "_kill", Kill, "_waitpid", WaitPid, "_pclose", PClose, "_system", System, "_getpwnam",
-      GetPwNam);
+      CheckSetOverflow, "_open", Open, "_fcntl", FCntl, "_fnmatch", FnMatch, "_write", Write,
+      "_stat$INODE64", StatOf<const char*, stat>, "_lstat$INODE64", StatOf<const char*, lstat>,
+      "_fstat$INODE64", StatOf<int, fstat>, "_mmap", MMap, "_sigaction", SigAction, "_sigprocmask",
+      SigProcMask, "_kill", Kill, "_waitpid", WaitPid, "_pclose", PClose, "_system", System,
+      "_getpwnam", GetPwNam);
 }
