@@ -87,14 +87,19 @@ runs_test(startup COMMAND "${here}/tests/startup/startup_tests"
   ENVIRONMENT "DNS_PROXY_MAC_PROGRAM=${runs}/dns_proxy_mac"
   PROPERTIES SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
 
-# dns_proxy_host, by the tests of the label host.
+# dns_proxy_host and dns_proxy_trace, by the tests of the labels host and reader.
 runs_here(dns_proxy_host dns_proxy_host)
-foreach(name guard start supervision under_fire upstreams trace status rights)
-  runs_test(host.${name}
-    COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/tests/host/${name}_test.py" -v
+runs_here(dns_proxy_trace dns_proxy_trace)
+foreach(test host/guard host/start host/supervision host/under_fire host/upstreams host/trace
+    host/status host/rights reader/served reader/tool)
+  string(REPLACE "/" "." name ${test})
+  runs_test(${name}
+    COMMAND Python3::Interpreter "${PROJECT_SOURCE_DIR}/tests/${test}_test.py" -v
     ENVIRONMENT
       "DNS_PROXY_HOST=${runs}/dns_proxy_host"
       DNS_PROXY_HOST_IS_FOR_MACOS=yes
+      "DNS_PROXY_TRACE=${runs}/dns_proxy_trace"
+      "DNS_PROXY_SOURCE=${PROJECT_SOURCE_DIR}"
       "KILLED_SENDING=${here}/tests/host/libkilled_sending.so"
     PROPERTIES SKIP_RETURN_CODE 77)
 endforeach()
