@@ -48,10 +48,11 @@ endif()
 
 # Without a version in the target zig takes a floor of its own choice, which is much newer. A call
 # to what the floor lacks, without a test for it, is an error. Without -g0 zig puts debugging
-# information into every object, and with it the folders of this machine into what is handed out.
+# information into every object, and with it the folders of this machine into what is handed out;
+# so do the checks in libc++'s headers, which name their files.
 foreach(language C CXX)
   set(CMAKE_${language}_FLAGS_INIT
-    "-target ${macos_target} -g0 -fno-sanitize=undefined -Werror=unguarded-availability")
+    "-target ${macos_target} -g0 -fno-sanitize=undefined -Werror=unguarded-availability -fmacro-prefix-map=${dns_proxy_mac_MACOS_TOOLCHAIN}=toolchain")
   # ld64.lld by its own command line. It keeps an import weak that every object refers to weakly,
   # which is what lets a program start where the system lacks the symbol. For arm64 it adds the
   # ad-hoc signature without which the kernel starts nothing there.
