@@ -57,9 +57,11 @@ foreach(language C CXX)
   # which is what lets a program start where the system lacks the symbol. For arm64 it adds the
   # ad-hoc signature without which the kernel starts nothing there.
   #
+  # -S: the C++ library has debugging information, of which the folders of this machine would remain.
+  #
   # zig's compiler_rt is left out: all that it has is in libSystem, which has faster ones of some.
   set(CMAKE_${language}_LINK_EXECUTABLE
-    "${dns_proxy_mac_LD64} -arch ${dns_proxy_mac_MACOS_PROCESSOR} -platform_version macos ${dns_proxy_mac_MACOS_FLOOR} ${dns_proxy_mac_MACOS_SDK} -dead_strip ${link_flags} -o <TARGET> <OBJECTS> <LINK_LIBRARIES> ${macos_libraries}/libc++.a ${macos_libraries}/libc++abi.a ${dns_proxy_mac_MACOS_TOOLCHAIN}/lib/libSystem.tbd")
+    "${dns_proxy_mac_LD64} -arch ${dns_proxy_mac_MACOS_PROCESSOR} -platform_version macos ${dns_proxy_mac_MACOS_FLOOR} ${dns_proxy_mac_MACOS_SDK} -dead_strip -S ${link_flags} -o <TARGET> <OBJECTS> <LINK_LIBRARIES> ${macos_libraries}/libc++.a ${macos_libraries}/libc++abi.a ${dns_proxy_mac_MACOS_TOOLCHAIN}/lib/libSystem.tbd")
 endforeach()
 
 # Header-only libraries of the build machine come by a folder of links; nothing else of it is seen.
