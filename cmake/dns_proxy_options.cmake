@@ -2,7 +2,17 @@
 #
 # The include root is the repository's. Warnings are errors in developer mode only, so that a new
 # compiler never breaks an embedder's build.
+#
+# dns_proxy_run_once(<file>...): of the directory's own, what takes seconds to optimise for the
+# headers that it includes, and is run once or now and then: optimised a little, and not at all in a
+# developer's builds but for those of a release. What is not optimised cannot be fortified.
 include(dns_proxy_sanitizers)
+
+function(dns_proxy_run_once)
+  set_source_files_properties(${ARGN} PROPERTIES
+    COMPILE_OPTIONS "$<IF:$<OR:$<CONFIG:Release>,$<NOT:$<BOOL:${dns_proxy_mac_DEVELOPER_MODE}>>>,\
+-O1,-O0;-U_FORTIFY_SOURCE>")
+endfunction()
 
 function(dns_proxy_options target)
   # C++20 to compile, C++17 to include: a host's compiler may have a smaller default than that.
