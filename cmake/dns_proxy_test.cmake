@@ -11,7 +11,7 @@
 #
 # dns_proxy_test_options(<target> [OPTIMIZED]): what everything that a test is made of is compiled
 # with. The code under test is optimised, the tests' own is not. GoogleTest is most of what a test's
-# compiler reads: it is read once, into the precompiled header of test_support. The preset macos-arm64
+# compiler reads: it is read once, into the precompiled header of test_support. The preset dev-clang
 # does without, and so shows that each file includes what it uses.
 #
 # OPTIMIZED: the test's own code sets the pace, as where two threads meet at full speed. Under a
