@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -42,7 +43,7 @@ class Trace {
   int fd() const { return fd_; }
   bool IsFile() const { return !path_.empty() && path_ != "-"; }
 
-  // Whole lines, one thread at a time: the stream below sees to that. Never waits for a reader.
+  // Whole lines, from any thread. Never waits for a reader.
   void Write(std::string_view lines);
 
  private:
@@ -50,6 +51,7 @@ class Trace {
   const std::uint64_t size_;  // bytes
   const int keep_;
   int fd_ = path_ == "-" ? STDOUT_FILENO : -1;
+  std::mutex mutex_;
   LineWriter writer_{STDOUT_FILENO, "trace lines"};  // to standard output
 };
 
