@@ -39,20 +39,18 @@ Options ParseOptions(int argc, char** argv) {
   const auto option = [&](const char* name, auto& value, const char* shown, const char* meaning) {
     return app.add_option(name, value, meaning)->type_name(shown)->option_text(shown)->group(group);
   };
+  const auto repeatable = [&](const char* name, std::vector<std::string>& values, const char* shown,
+                              const char* meaning) {
+    option(name, values, shown, meaning)->expected(1)->take_all();
+  };
   const auto flag = [&](const char* name, bool& value, const char* meaning) {
     return app.add_flag(name, value, meaning)->option_text(" ")->group(group);
   };
-  option("--server", options.servers, "ADDRESS",
-         "An upstream server; repeatable, in the order of\n"
-         "trial (default: the servers of /etc/resolv.conf)")
-      ->expected(1)
-      ->take_all();
-  option("--map", options.maps, "NAME=ADDRESS", "A static name; repeatable")
-      ->expected(1)
-      ->take_all();
-  option("--hosts", options.hostsFiles, "FILE", "Static names, as in hosts(5); repeatable")
-      ->expected(1)
-      ->take_all();
+  repeatable("--server", options.servers, "ADDRESS",
+             "An upstream server; repeatable, in the order of\n"
+             "trial (default: the servers of /etc/resolv.conf)");
+  repeatable("--map", options.maps, "NAME=ADDRESS", "A static name; repeatable");
+  repeatable("--hosts", options.hostsFiles, "FILE", "Static names, as in hosts(5); repeatable");
   group = "Service";
   option("--user", options.user, "NAME",
          "Who it runs as once it holds the port (default:\n"

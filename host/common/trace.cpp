@@ -95,6 +95,7 @@ void Trace::Write(std::string_view lines) {
   if (IsFile()) {  // which no reader can block; of a full disk the service does not suffer
     [[maybe_unused]] const ssize_t written = write(fd_, lines.data(), lines.size());
   } else {
+    // The stream's lock would do, which no sanitizer sees.
     const std::lock_guard<std::mutex> guard(mutex_);
     writer_.Write(lines);
   }

@@ -23,6 +23,7 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
 import own_namespaces
+import waiting
 
 HOST = os.environ.get("DNS_PROXY_HOST", "")
 SANITIZED = bool(os.environ.get("SANITIZER"))
@@ -64,14 +65,7 @@ def own_run(*options):
 
 
 def wait_for(condition, what, seconds=PATIENCE):
-    """The first true value of `condition`, asked again and again."""
-    end = time.monotonic() + seconds
-    while time.monotonic() < end:
-        value = condition()
-        if value:
-            return value
-        time.sleep(0.01)
-    raise AssertionError(f"not within {seconds} s: {what}")
+    return waiting.wait_for(condition, what, seconds)
 
 
 # --- DNS messages -------------------------------------------------------------------------------

@@ -34,8 +34,8 @@ def main():
     packages = debian_tree.packages(sys.argv[1])
     host = next(path for name, path in packages.items() if name.startswith("dns-proxy-host_"))
     tools = ("systemd-nspawn", "systemctl", "journalctl")
-    programs = ("under_systemd.py", "asking.py")
-    debian_tree.lay({host.name: host, **{name: HERE / name for name in programs}}, *tools)
+    programs = [HERE / "under_systemd.py", HERE / "asking.py", HERE.parent / "support/waiting.py"]
+    debian_tree.lay({path.name: path for path in [host, *programs]}, *tools)
     tree = debian_tree.TREE
     (tree / "etc/systemd/system/under-test.service").write_text(UNIT)
     # It would keep maintainers' scripts from what they are tested for.

@@ -12,6 +12,7 @@ import time
 import unittest
 
 import asking
+import waiting
 
 PACKAGE = str(next(pathlib.Path("/root").glob("dns-proxy-host_*.deb")))
 UNIT = "dns-proxy-host.service"
@@ -70,13 +71,7 @@ def ask_without_pause():
 
 
 def wait_for(condition, what):
-    until = time.monotonic() + PATIENCE
-    while time.monotonic() < until:
-        value = condition()
-        if value:
-            return value
-        time.sleep(0.01)
-    raise AssertionError(f"not within {PATIENCE} s: {what}")
+    return waiting.wait_for(condition, what, PATIENCE)
 
 
 def journal():
