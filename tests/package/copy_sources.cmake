@@ -2,7 +2,7 @@
 # building needs, without what builds have left in it.
 file(REMOVE_RECURSE "${TO}")
 file(COPY
-  "${FROM}/CMakeLists.txt" "${FROM}/CMakePresets.json"
+  "${FROM}/CHANGELOG.md" "${FROM}/CMakeLists.txt" "${FROM}/CMakePresets.json"
   "${FROM}/c_api" "${FROM}/cmake" "${FROM}/dns_proxy_mac" "${FROM}/docs" "${FROM}/examples"
   "${FROM}/host" "${FROM}/packaging" "${FROM}/status_view" "${FROM}/trace_reader"
   DESTINATION "${TO}")
