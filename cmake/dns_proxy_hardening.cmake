@@ -43,6 +43,9 @@ if(NOT dns_proxy_mac_SANITIZE AND NOT dns_proxy_mac_COVERAGE AND NOT dns_proxy_m
       endif()
     endforeach()
     check_pie_supported(LANGUAGES CXX)
+    if(dns_proxy_mac_KNOWS__fcf_protection AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+      include(dns_proxy_program_start)
+    endif()
     # The C library checks sizes where code is optimised. Some compilers bring a level of their own,
     # and a packager's is left alone.
     if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" AND NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
@@ -58,6 +61,9 @@ function(dns_proxy_harden)
     get_target_property(type ${target} TYPE)
     if(type STREQUAL "EXECUTABLE")
       set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+      if(TARGET dns_proxy_program_start)
+        target_link_libraries(${target} PRIVATE dns_proxy_program_start)
+      endif()
     elseif(CMAKE_CXX_LINK_PIE_SUPPORTED AND NOT CMAKE_POSITION_INDEPENDENT_CODE)
       target_compile_options(${target} PRIVATE -fPIE)  # such a program links them
     endif()
