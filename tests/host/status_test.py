@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import shutil
 import signal
 import socket
 import stat
@@ -67,22 +68,24 @@ class Status(hosting.TestCase):
         pathlib.Path("/proc/sys/net/ipv4/ip_unprivileged_port_start").write_text("53")
         with tempfile.TemporaryDirectory() as folder:
             os.chown(folder, 65534, 65534)
+            # A copy: the build may be in a folder that only its owner can enter.
+            become = {"preexec_fn": lambda: os.setuid(65534), "cwd": "/",
+                      "executable": shutil.copy(hosting.HOST, folder + "/copy")}
             environment = dict(os.environ, XDG_RUNTIME_DIR=folder)
-            become = {"preexec_fn": lambda: os.setuid(65534), "cwd": "/"}
             with Host(*NAMES, default_socket=True, status_at=folder + "/dns_proxy_host/status",
                       environment=environment, **become) as host:
                 host.serving()
                 status, page = leaves("--status", env=environment, **become)
                 self.assertEqual(status, 0, page)
                 self.assertIn(f"host process {host.process.pid},", page)
-        environment.pop("XDG_RUNTIME_DIR")
-        with Host(*NAMES, default_socket=True, environment={"XDG_RUNTIME_DIR": ""}, **become) as host:
-            wait_for(lambda: resolve("a.example", tries=1, wait=0.1), "an answer")
-            self.assertIn("warning: --socket $XDG_RUNTIME_DIR/dns_proxy_host/status: No such file", host.log())
-            self.assertIn("; --status will find no host (--socket names another place)", host.log())
-        status, said = leaves("--status", env=environment, **become)
-        self.assertEqual((status, said.count("\n")), (6, 1), said)
-        self.assertIn("no host answers at $XDG_RUNTIME_DIR/dns_proxy_host/status: start one", said)
+            environment.pop("XDG_RUNTIME_DIR")
+            with Host(*NAMES, default_socket=True, environment={"XDG_RUNTIME_DIR": ""}, **become) as host:
+                wait_for(lambda: resolve("a.example", tries=1, wait=0.1), "an answer")
+                self.assertIn("warning: --socket $XDG_RUNTIME_DIR/dns_proxy_host/status: No such file", host.log())
+                self.assertIn("; --status will find no host (--socket names another place)", host.log())
+            status, said = leaves("--status", env=environment, **become)
+            self.assertEqual((status, said.count("\n")), (6, 1), said)
+            self.assertIn("no host answers at $XDG_RUNTIME_DIR/dns_proxy_host/status: start one", said)
 
     def test_default_that_cannot_be_made_is_told_and_stops_nothing_and_one_asked_for_does(self):
         with own_run("-o", "ro"):
