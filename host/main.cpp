@@ -22,11 +22,12 @@ void Host(const Options& options) {
   KeepDescriptors(kMaxInherited);
   UnblockTerminals();
 
-  // Everything that can be wrong, before anything runs and with the rights that are kept. Naming
-  // the port's holder needs rights that are given up next, so look now; bad input is still reported
+  // Everything that can be wrong, before anything runs and with the rights that are kept. The port,
+  // and the name of another holder, need rights that are given up next; bad input is still reported
   // first.
   const User user = FindUser(options.user);
-  const std::optional<Failure> portFault = PortFault();
+  std::optional<Failure> portFault;
+  const int port = TakePort(portFault);
   KeepParentRights();
   static Trace trace(options.trace, options.traceSize, options.traceKeep);  // as `stdout` is
   options.check ? trace.TryOpen() : trace.Open();
@@ -46,7 +47,7 @@ void Host(const Options& options) {
     return;
   }
   StatusListener listener(options.socket, options.socketAsked);
-  Supervisor(options, configuration, user, trace, listener).Run();
+  Supervisor(options, configuration, user, trace, listener, port).Run();
   Log("info", "stopped");
 }
 

@@ -1,5 +1,6 @@
 #include "host/child/gate.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "dns_proxy_mac/proxy/socket_address.h"
 #include "host/child/guard.h"
 #include "host/common/log.h"
+#include "host/common/port.h"
 
 namespace {
 
@@ -20,7 +22,10 @@ constexpr std::size_t kAdditionalCountOffset = 10;
 constexpr unsigned char kRcodeMask = 0x0F;
 constexpr unsigned char kNameError = 3;
 
-SharedMemory* g_shared = nullptr;  // constant while there are workers
+// Constant while there are workers.
+SharedMemory* g_shared = nullptr;
+int g_port = -1;
+int g_channel = -1;
 
 // On the answer thread: the server whose answer it has; on all others 0. Network order.
 thread_local in_addr_t g_answering = 0;
@@ -67,10 +72,9 @@ bool IsAsked(in_addr_t server, const DnsRequest* request) {
 }
 
 std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sockaddr_in& sender) {
-  const sockaddr_in& parent = g_shared->parent;
   thread_local WorkerThread worker = {"query", Verdict::kPasses};
   ++g_shared->received;
-  if (sender.sin_port == parent.sin_port && sender.sin_addr.s_addr == parent.sin_addr.s_addr) {
+  if (sender.sin_port == htons(kDnsPort) && sender.sin_addr.s_addr == htonl(INADDR_LOOPBACK)) {
     return std::nullopt;  // a probe
   }
   worker.verdict = JudgeQuery(query);
@@ -83,7 +87,7 @@ std::optional<std::size_t> AdmitQuery(std::span<unsigned char> query, const sock
   }
   ++g_shared->verdict(Verdict::kPasses);
   if (g_shared->wakeParent.load() && g_shared->wakeParent.exchange(false)) {
-    SendDatagram(g_SockToClientApps, query.data(), 0, parent);
+    send(g_channel, "", 1, MSG_DONTWAIT);
   }
   const std::size_t bare = g_shared->guarded ? SizeWithoutOpt(query) : query.size();
   if (bare == query.size() || !IsAnsweredHere(query)) {
@@ -120,10 +124,26 @@ std::optional<std::size_t> AdmitAnswer(Datagram answer, const sockaddr_in& sende
 
 }  // namespace
 
-void OpenGate(SharedMemory& shared) { g_shared = &shared; }
+void OpenGate(SharedMemory& shared, int port, int channel) {
+  g_shared = &shared;
+  g_port = port;
+  g_channel = channel;
+}
 
 bool HasGate(int sock) {
   return g_shared != nullptr && (sock == g_SockToClientApps || sock == g_SockToDNSServers);
+}
+
+int BindToPort(int sock) {
+  const int bound = dup2(g_port, sock);
+  close(g_port);
+  // As much room as the system gives without further rights for what comes while a worker is busy
+  // or waits for a processor: a flood fills the queue and would push out what comes behind it.
+  constexpr int kWanted = 1024 * 1024;  // bytes
+  for (const int queue : {g_SockToClientApps, g_SockToDNSServers}) {
+    setsockopt(queue, SOL_SOCKET, SO_RCVBUF, &kWanted, sizeof(kWanted));
+  }
+  return bound == sock ? 0 : -1;
 }
 
 std::optional<std::size_t> Admit(int sock, std::span<unsigned char> datagram,

@@ -14,12 +14,16 @@
 
 #include "host/common/shared_memory.h"
 
-// Opens the gate of this process, the child. Before there are workers. Without the guard it keeps
-// away nothing but probes and changes nothing.
-void OpenGate(SharedMemory& shared);
+// Opens the gate of this process, the child, at `port`, the socket that it has inherited. By
+// `channel` the parent hears of queries. Before there are workers. Without the guard it keeps away
+// nothing but probes and changes nothing.
+void OpenGate(SharedMemory& shared, int port, int channel);
 
 // Whether what comes to `sock` goes through the gate: to the service's two sockets, once it is open.
 bool HasGate(int sock);
+
+// Puts the inherited socket in the place of `sock`, which the service binds. What bind returns.
+int BindToPort(int sock);
 
 // `sender` has sent `datagram` to `sock`, which has the gate: how many of its bytes the service is
 // to see; none, if it is to see nothing of it. Takes the OPT record off a query that the service

@@ -5,8 +5,6 @@
 #endif
 #include <pthread.h>
 #include <sys/select.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <random>
 #include <system_error>
@@ -16,7 +14,6 @@
 #include "dns_proxy_mac/proxy/service_state.h"
 #include "host/child/gate.h"
 #include "host/common/descriptors.h"
-#include "host/common/port.h"
 
 namespace {
 
@@ -36,25 +33,14 @@ void SetMemoryLimits() {
 #endif
 }
 
-bool IsBoundToThePort(int sock) {
-  sockaddr_in bound = {};
-  socklen_t length = sizeof(bound);
-  return getsockname(sock, reinterpret_cast<sockaddr*>(&bound), &length) == 0 &&
-         bound.sin_family == AF_INET && bound.sin_port == htons(kDnsPort);
-}
+}  // namespace
 
-// As much room as the system gives without further rights for what comes while a worker is busy or
-// waits for a processor: a flood fills the queue and would push out what comes behind it.
-void EnlargeQueues() {
-  constexpr int kWanted = 1024 * 1024;  // bytes
-  for (const int sock : {g_SockToClientApps, g_SockToDNSServers}) {
-    setsockopt(sock, SOL_SOCKET, SO_RCVBUF, &kWanted, sizeof(kWanted));
-  }
-}
-
-// The parent keeps the port from now on, and the right to take one is not needed any more.
-void HandOver(const User& user, const Trace& trace, SharedMemory& shared, int channel) {
-  SendDescriptor(channel, g_SockToClientApps);
+void RunService(const std::vector<std::string>& servers,
+                const std::vector<std::pair<std::string, std::string>>& names, const User& user,
+                const Trace& trace, SharedMemory& shared, int port, int channel) noexcept {
+  setsid();  // without the terminal, if there is one: it takes input from its own processes
+  KeepDescriptors(FD_SETSIZE, {port, channel, trace.fd()});
+  SetMemoryLimits();
   try {
     DropRights(user);
     // Only now: a thread that was there before would keep rights of its own.
@@ -67,31 +53,10 @@ void HandOver(const User& user, const Trace& trace, SharedMemory& shared, int ch
   } catch (const std::system_error& error) {
     Leave(shared, kExitFailure, std::string("no thread: ") + error.what());
   }
-}
-
-}  // namespace
-
-void RunService(const std::vector<std::string>& servers,
-                const std::vector<std::pair<std::string, std::string>>& names, const User& user,
-                const Trace& trace, SharedMemory& shared, int channel, int lastChannel) noexcept {
-  setsid();  // without the terminal, if there is one: it takes input from its own processes
-  KeepDescriptors(FD_SETSIZE, {channel, lastChannel, trace.fd()});
-  SetMemoryLimits();
-  OpenGate(shared);
+  OpenGate(shared, port, channel);
   if (shared.guarded) {
     g_QueryID = static_cast<unsigned short>(std::random_device()());
   }
-  LookAfterLines([&] {
-    const bool bound = IsBoundToThePort(g_SockToClientApps);
-    if (bound) {
-      EnlargeQueues();
-      HandOver(user, trace, shared, channel);
-    }
-    return bound;
-  });
-  char parentHasClosed = 0;
-  recv(channel, &parentHasClosed, 1, 0);
-  close(lastChannel);  // this lets the port go
   const bool served = StartDnsSrv(servers, names);
   Leave(shared, kExitFailure,
         served ? "the service has ended" : "the service could not be started");

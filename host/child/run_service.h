@@ -11,11 +11,11 @@
 #include "host/common/trace.h"
 
 // In a process of its own, just forked: runs the service until a worker or the parent has ended.
-// `channel` leads to the parent; `lastChannel` is the last child's, which may keep the port, or -1.
-// `servers` and `names` are StartDnsSrv's arguments.
+// `port` is the socket that the service is to answer at; `channel` leads to the parent. `servers`
+// and `names` are StartDnsSrv's arguments.
 [[noreturn]] void RunService(const std::vector<std::string>& servers,
                              const std::vector<std::pair<std::string, std::string>>& names,
-                             const User& user, const Trace& trace, SharedMemory& shared,
-                             int channel, int lastChannel) noexcept;
+                             const User& user, const Trace& trace, SharedMemory& shared, int port,
+                             int channel) noexcept;
 
 #endif  // HOST_CHILD_RUN_SERVICE_H_

@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -78,11 +77,10 @@ sockaddr_in DnsAddress(in_addr_t host) {
   return address;
 }
 
-std::optional<Failure> PortFault() {
+int TakePort(std::optional<Failure>& fault) {
   const int sock = socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP);
   const sockaddr_in address = DnsAddress(htonl(INADDR_LOOPBACK));
   const std::string port = "UDP 127.0.0.1 port 53";
-  std::optional<Failure> fault;
   if (bind(sock, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0) {
     const int error = errno;
     fault = SystemFailure(port);
@@ -93,6 +91,5 @@ std::optional<Failure> PortFault() {
       fault = {kExitNoRight, port + ": no right to it: " + kHowToStart};
     }
   }
-  close(sock);
-  return fault;
+  return sock;
 }

@@ -1,4 +1,4 @@
-// The port before the service takes it: is it free, and who has it if not?
+// The port that the service answers at.
 #ifndef HOST_COMMON_PORT_H_
 #define HOST_COMMON_PORT_H_
 
@@ -14,8 +14,9 @@ inline constexpr std::uint16_t kDnsPort = 53;
 // Port 53 of `host`, which is in network order.
 sockaddr_in DnsAddress(in_addr_t host);
 
-// Binds UDP 127.0.0.1 port 53 as the service will, and lets go. Why that cannot be done, if it
-// cannot: with what to do about it and, where the system tells, the process that holds the port.
-std::optional<Failure> PortFault();
+// A socket that is bound to UDP 127.0.0.1 port 53, to the end of the process. If it cannot be,
+// `fault` says why: with what to do about it and, where the system tells, the process that holds
+// the port.
+int TakePort(std::optional<Failure>& fault);
 
 #endif  // HOST_COMMON_PORT_H_

@@ -17,8 +17,7 @@
 namespace {
 
 #if defined(__linux__)
-constexpr std::uint32_t kParentRights =
-    1U << CAP_NET_BIND_SERVICE | 1U << CAP_SETUID | 1U << CAP_SETGID | 1U << CAP_KILL;
+constexpr std::uint32_t kParentRights = 1U << CAP_SETUID | 1U << CAP_SETGID | 1U << CAP_KILL;
 
 // Of the capabilities that this process has, all below 32, it keeps those in `wanted`, and no
 // program that it runs gets any more.

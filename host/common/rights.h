@@ -19,8 +19,8 @@ struct User {
 User FindUser(const std::string& name);
 
 // Parent: gives up, for good, what it does not need to start the service again. On Linux that
-// leaves the rights to bind a low port, to become `--user` and to end a child that has, and nothing
-// that is run from here on can gain any. Elsewhere root stays root. Throws Failure.
+// leaves the rights to become `--user` and to end a child that has, and nothing that is run from
+// here on can gain any. Elsewhere root stays root. Throws Failure.
 void KeepParentRights();
 
 // In the child, and for --check: becomes `user` and gives up every other right. Only while there is

@@ -29,9 +29,7 @@ inline constexpr std::array<const char*, 7> kVerdictNames = {
 struct SharedMemory {
   using Count = std::atomic<std::uint64_t>;
 
-  // Set before there is a child. What comes to the service's port from `parent` is a probe.
-  bool guarded;
-  sockaddr_in parent;
+  bool guarded;  // set before there is a child
 
   // Written by the workers of the child.
   Count received;                                    // datagrams of applications, probes included

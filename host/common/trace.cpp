@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <type_traits>
-#include <utility>
 
 namespace {
 
@@ -25,24 +24,6 @@ int OpenFile(const std::string& path) {
                                               : ": not a regular file")};
   }
   return fd;
-}
-
-Trace* g_trace = nullptr;      // constant while there is more than one thread, as is all of this
-FILE* g_passing = nullptr;     // the stream that passes lines on
-std::function<bool()> g_look;  // empty when nobody looks
-
-// Nothing can be written to standard input's.
-void ChooseStream() { stdout = g_trace->fd() == -1 && !g_look ? stdin : g_passing; }
-
-// A line of the service, on the thread that printed it.
-void Line(std::string_view line) {
-  g_trace->Write(line);
-  if (g_look) {
-    // Taken away for the call: if that leaves the process, its runtime may flush the stream.
-    const std::function<bool()> look = std::exchange(g_look, nullptr);
-    g_look = look() ? nullptr : look;
-    ChooseStream();
-  }
 }
 
 // The stream's buffer holds the longest line (a name of 1,023 characters and some words), so that a
@@ -89,9 +70,6 @@ void Trace::Rotate() {
 }
 
 void Trace::Write(std::string_view lines) {
-  if (fd_ == -1 || lines.empty()) {
-    return;
-  }
   if (IsFile()) {  // which no reader can block; of a full disk the service does not suffer
     [[maybe_unused]] const ssize_t written = write(fd_, lines.data(), lines.size());
   } else {
@@ -102,22 +80,19 @@ void Trace::Write(std::string_view lines) {
 }
 
 void SendOutputTo(Trace& trace) {
-  const auto pass = [](void* /*cookie*/, const char* bytes, auto size) {
-    Line({bytes, static_cast<std::size_t>(size)});
+  if (trace.fd() == -1) {
+    stdout = stdin;  // which nothing can be written to
+    return;
+  }
+  const auto pass = [](void* cookie, const char* bytes, auto size) {
+    static_cast<Trace*>(cookie)->Write({bytes, static_cast<std::size_t>(size)});
     return static_cast<std::make_signed_t<decltype(size)>>(size);
   };
 #if defined(__APPLE__)
-  g_passing = funopen(nullptr, nullptr, pass, nullptr, nullptr);
+  stdout = funopen(&trace, nullptr, pass, nullptr, nullptr);
 #else
-  g_passing = fopencookie(nullptr, "w", {nullptr, pass, nullptr, nullptr});
+  stdout = fopencookie(&trace, "w", {nullptr, pass, nullptr, nullptr});
 #endif
   static char buffer[kStreamBuffer];
-  g_trace = &trace;
-  setvbuf(g_passing, buffer, _IOLBF, sizeof(buffer));
-  ChooseStream();
-}
-
-void LookAfterLines(std::function<bool()> look) {
-  g_look = std::move(look);
-  ChooseStream();
+  setvbuf(stdout, buffer, _IOLBF, sizeof(buffer));
 }

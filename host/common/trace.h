@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -43,7 +42,7 @@ class Trace {
   int fd() const { return fd_; }
   bool IsFile() const { return !path_.empty() && path_ != "-"; }
 
-  // Whole lines, from any thread. Never waits for a reader.
+  // Whole lines, from any thread, to what is open. Never waits for a reader.
   void Write(std::string_view lines);
 
  private:
@@ -59,9 +58,5 @@ class Trace {
 // is no trace. Once; `trace` stays the caller's for the process's life. Before any other
 // thread; a child that is forked takes the stream along.
 void SendOutputTo(Trace& trace);
-
-// Calls `look` on the thread that prints, after each line until it returns true. For the time while
-// this process has one thread.
-void LookAfterLines(std::function<bool()> look);
 
 #endif  // HOST_COMMON_TRACE_H_

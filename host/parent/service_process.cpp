@@ -14,24 +14,17 @@
 #include "host/common/descriptors.h"
 #include "host/common/port.h"
 
-ServiceProcess::ServiceProcess(const Trace& trace, const User& user, bool guarded)
+ServiceProcess::ServiceProcess(const Trace& trace, const User& user, bool guarded, int port)
     : trace_(trace),
       user_(user),
+      port_(port),
       shared_(static_cast<SharedMemory*>(mmap(nullptr, sizeof(SharedMemory), PROT_READ | PROT_WRITE,
-                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0))),
-      fd_(socket(AF_INET, SOCK_DGRAM, IPPROTO_UDP)) {
+                                              MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
   if (shared_ == MAP_FAILED) {
     throw SystemFailure("no shared memory");
   }
   new (shared_) SharedMemory();
   shared_->guarded = guarded;
-  // Connected, so that the system chooses a port now and nobody else's datagrams come.
-  const sockaddr_in service = DnsAddress(htonl(INADDR_LOOPBACK));
-  socklen_t length = sizeof(shared_->parent);
-  if (connect(fd_, reinterpret_cast<const sockaddr*>(&service), sizeof(service)) != 0 ||
-      getsockname(fd_, reinterpret_cast<sockaddr*>(&shared_->parent), &length) != 0) {
-    throw SystemFailure("no socket to ask the service with");
-  }
 }
 
 ServiceProcess::~ServiceProcess() {
@@ -42,37 +35,29 @@ ServiceProcess::~ServiceProcess() {
 }
 
 void ServiceProcess::Start(const Configuration& configuration) {
-  // Whether the last child's channel keeps the port is asked of the system: a child may be killed
-  // before it could say what it has sent.
-  char byte = 0;
-  const bool kept = recv(channel_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 1;
-  if (const std::optional<Failure> fault = kept ? std::nullopt : PortFault()) {
-    throw Failure(*fault);
-  }
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
     throw SystemFailure("no channel to a child process");
   }
+  close(channel_);
+  channel_ = ends[0];
   std::memset(shared_->why, 0, sizeof(shared_->why));
   why_.clear();
   const pid_t process = fork();
   if (process == 0) {
-    RunService(configuration.servers, configuration.names, user_, trace_, *shared_, ends[1],
-               channel_);
+    RunService(configuration.servers, configuration.names, user_, trace_, *shared_, port_, ends[1]);
   }
   close(ends[1]);
   if (process == -1) {
-    close(ends[0]);
     throw SystemFailure("no child process");
   }
   process_ = process;
-  // Now the child alone keeps the port, and may let it go.
-  close(channel_);
-  channel_ = ends[0];
-  send(channel_, "", 1, 0);
 }
 
-void ServiceProcess::Ask() const { send(fd_, "", 1, MSG_DONTWAIT); }
+void ServiceProcess::Ask() const {
+  const sockaddr_in itself = DnsAddress(htonl(INADDR_LOOPBACK));
+  sendto(port_, "", 1, MSG_DONTWAIT, reinterpret_cast<const sockaddr*>(&itself), sizeof(itself));
+}
 
 void ServiceProcess::RenewTrace() const { SendDescriptor(channel_, trace_.fd()); }
 
@@ -85,7 +70,10 @@ void ServiceProcess::Kill(const std::string& why) {
 
 std::optional<Failure> ServiceProcess::Reap() {
   char byte = 0;
-  recv(fd_, &byte, 1, MSG_DONTWAIT);
+  if (recv(channel_, &byte, 1, MSG_DONTWAIT) == 0) {  // nobody is at its other end any more
+    close(channel_);
+    channel_ = -1;
+  }
   int status = 0;
   while (process_ != 0 && waitpid(process_, &status, WNOHANG | WUNTRACED) == process_) {
     if (WIFSTOPPED(status)) {

@@ -33,12 +33,12 @@ constexpr Milliseconds kBetweenKeptAwayLines{60000};
 }  // namespace
 
 Supervisor::Supervisor(const Options& options, const Configuration& configuration, const User& user,
-                       Trace& trace, StatusListener& listener)
+                       Trace& trace, StatusListener& listener, int port)
     : options_(options),
       configuration_(configuration),
       trace_(trace),
       listener_(listener),
-      service_(trace, user, !options.unguarded) {
+      service_(trace, user, !options.unguarded, port) {
   monitor_.Watch(configuration.servers, now_);
 }
 

@@ -14,9 +14,9 @@
 
 class Supervisor {
  public:
-  // The references stay the caller's and outlive this.
+  // The references and the socket at `port` stay the caller's and outlive this.
   Supervisor(const Options& options, const Configuration& configuration, const User& user,
-             Trace& trace, StatusListener& listener);
+             Trace& trace, StatusListener& listener, int port);
 
   // Runs until SIGTERM or SIGINT. Throws Failure when no child can become the user, unless one
   // has before. Leaves nothing behind either way.

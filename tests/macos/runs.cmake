@@ -100,6 +100,5 @@ foreach(test host/guard host/start host/supervision host/under_fire host/upstrea
       DNS_PROXY_HOST_IS_FOR_MACOS=yes
       "DNS_PROXY_TRACE=${runs}/dns_proxy_trace"
       "DNS_PROXY_SOURCE=${PROJECT_SOURCE_DIR}"
-      "KILLED_SENDING=${here}/tests/host/libkilled_sending.so"
     PROPERTIES SKIP_RETURN_CODE 77)
 endforeach()
