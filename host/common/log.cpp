@@ -47,10 +47,10 @@ std::string Printable(std::string text) {
   return text;
 }
 
-std::string Joined(const std::vector<std::string>& texts, const std::string& separator) {
+std::string Joined(const std::vector<std::string>& texts) {
   std::string joined;
   for (const std::string& text : texts) {
-    joined += (joined.empty() ? "" : separator) + text;
+    joined += (joined.empty() ? "" : ", ") + text;
   }
   return joined;
 }

@@ -35,7 +35,7 @@ void Log(const char* level, const std::string& text);
 std::string Printable(std::string text);
 
 // "a, b, c".
-std::string Joined(const std::vector<std::string>& texts, const std::string& separator = ", ");
+std::string Joined(const std::vector<std::string>& texts);
 
 // Writes to a descriptor below 1024 without waiting. One thread at a time.
 class LineWriter {

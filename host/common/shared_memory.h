@@ -1,5 +1,6 @@
 // What parent and child both see: what the guard says of datagrams (the child judges, the parent
-// tells), and how the child does. It outlives each child: counts are those of all of them together.
+// tells), and how the child does. It outlives each child: counts are those of all of them together,
+// where nothing else is said.
 #ifndef HOST_COMMON_SHARED_MEMORY_H_
 #define HOST_COMMON_SHARED_MEMORY_H_
 
@@ -32,7 +33,7 @@ struct SharedMemory {
   bool guarded;  // set before there is a child
 
   // Written by the workers of the child.
-  Count received;                                    // datagrams of applications, probes included
+  Count received;                                    // by this child; probes included
   std::array<Count, kVerdictNames.size()> verdicts;  // of kPasses: the queries that have passed
   Count optRecords;                                  // taken off queries
 

@@ -41,6 +41,7 @@ void ServiceProcess::Start(const Configuration& configuration) {
   }
   close(channel_);
   channel_ = ends[0];
+  shared_->received = 0;
   std::memset(shared_->why, 0, sizeof(shared_->why));
   why_.clear();
   const pid_t process = fork();

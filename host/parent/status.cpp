@@ -98,9 +98,10 @@ std::string Supervisor::Report() const {
   for (const Restart& restart : restarts_) {
     restarts.push_back({{"s_ago", Seconds(now_ - restart.at)}, {"why", restart.why}});
   }
-  constexpr const char* kStateNames[] = {"waiting to start again", "starting", "serving"};
   const auto livedAt = probe_.livedAt();
-  const Json report = {{"state", kStateNames[static_cast<int>(state())]},
+  const Json report = {{"state", service_.id() == 0 ? "waiting to start again"
+                                 : probe_.serving() ? "serving"
+                                                    : "starting"},
                        {"uptime_s", Seconds(now_ - begun_)},
                        {"host_process", getpid()},
                        {"service_process", service_.id()},

@@ -53,10 +53,10 @@ void Supervisor::Run() {
     if (const std::optional<Failure> end = service_.Reap()) {
       OnChildEnd(*end);
     }
-    if (state() == State::kWaiting && now_ >= startAt_) {
+    if (service_.id() == 0 && now_ >= startAt_) {
       Start();
     }
-    if (state() != State::kWaiting && now_ >= probe_.due()) {
+    if (service_.id() != 0 && now_ >= probe_.due()) {
       CheckFiles();
       TellKeptAway();
       LookAtService();
@@ -71,23 +71,16 @@ void Supervisor::Run() {
     }
     listener_.Answer([this] { return Report(); });
     WaitFor({monitor_.fd(), service_.fd(), listener_.fd()},
-            std::min(state() == State::kWaiting ? startAt_ : probe_.due(),
+            std::min(service_.id() == 0 ? startAt_ : probe_.due(),
                      Idle() ? TimePoint::max() : monitor_.due()));
     now_ = Clock::now();
   }
   NotifyManager("STOPPING=1");
 }
 
-Supervisor::State Supervisor::state() const {
-  return service_.id() == 0 ? State::kWaiting
-         : probe_.serving() ? State::kServing
-                            : State::kStarting;
-}
-
 void Supervisor::Start() {
-  startedAt_ = now_;
+  startAt_ = now_ + kBetweenStarts;
   running_ = {monitor_.Choice(), configuration_.names};
-  receivedAtStart_ = Received();
   lost_ = Queries() - service_.shared().Answered();
   probe_.Start(now_, kStartTimeout * (1 << std::min(failedStarts_, kMaxDoublings)));
   try {
@@ -95,7 +88,7 @@ void Supervisor::Start() {
     failure_.clear();
   } catch (const Failure& failure) {
     LogOnce(failure.why);
-    ScheduleStart(false);
+    DelayStart();
   }
 }
 
@@ -111,13 +104,16 @@ void Supervisor::OnChildEnd(const Failure& end) {
     Log("warning", "starting the service again: " + end.why + " (number " +
                        std::to_string(restartCount_) + ")");
   }
-  ScheduleStart(Received() != receivedAtStart_);
+  if (service_.shared().received == 0) {
+    DelayStart();
+  } else {
+    failedStarts_ = 0;
+  }
 }
 
-void Supervisor::ScheduleStart(bool served) {
-  failedStarts_ = served ? 0 : std::min(failedStarts_ + 1, 8);
-  startAt_ = served ? startedAt_ + kBetweenStarts
-                    : now_ + std::min(kLongestDelay, kFirstDelay * (1 << (failedStarts_ - 1)));
+void Supervisor::DelayStart() {
+  startAt_ = now_ + std::min(kLongestDelay, kFirstDelay * (1 << failedStarts_));
+  failedStarts_ = std::min(failedStarts_ + 1, 8);
 }
 
 void Supervisor::NoteQueries() {
@@ -157,7 +153,8 @@ void Supervisor::TellKeptAway() {
 
 void Supervisor::LookAtService() {
   const Milliseconds interval(options_.probeInterval);
-  switch (probe_.Look(now_, Received(), Idle() ? std::max(kIdleInterval, interval) : interval)) {
+  switch (probe_.Look(now_, service_.shared().received,
+                      Idle() ? std::max(kIdleInterval, interval) : interval)) {
     case Probe::Finding::kAsk:
       return service_.Ask();
     case Probe::Finding::kFailed:
@@ -173,17 +170,16 @@ void Supervisor::LookAtService() {
 
 void Supervisor::Reload() {
   resolvConf_ = ReadResolvConf();
+  const auto renew = [this](auto& what, auto load, const char* called) {
+    try {
+      what = load(options_);
+    } catch (const Failure& failure) {
+      Log("warning", failure.why + "; the service runs on with the " + called + " that it has");
+    }
+  };
   // Each by itself: a hosts file that went wrong does not keep the servers of a new network away.
-  try {
-    configuration_.names = LoadNames(options_);
-  } catch (const Failure& failure) {
-    Log("warning", failure.why + "; the service runs on with the names that it has");
-  }
-  try {
-    configuration_.servers = LoadServers(options_);
-  } catch (const Failure& failure) {
-    Log("warning", failure.why + "; the service runs on with the servers that it has");
-  }
+  renew(configuration_.names, LoadNames, "names");
+  renew(configuration_.servers, LoadServers, "servers");
   monitor_.Watch(configuration_.servers, now_);
   if (configuration_.names != running_.names) {
     service_.Kill("static names have changed");

@@ -23,20 +23,12 @@ class Supervisor {
   void Run();
 
  private:
-  // A child that ends, is stopped, does not come up or no longer answers leads back to waiting: for
-  // as good as no time after it has taken up a datagram, longer and longer when starting fails
-  // again and again.
-  enum class State {
-    kWaiting,   // no child; the next start is due at startAt_
-    kStarting,  // forked, and has taken up no probe yet
-    kServing    // probed, and its servers watched
-  };
-  State state() const;
-
-  // The child's life.
+  // The child's life. One that ends, is stopped, does not come up or no longer answers is followed
+  // by the next: at once when it has taken up a datagram, later and later when starting fails again
+  // and again.
   void Start();
   void OnChildEnd(const Failure& end);
-  void ScheduleStart(bool served);
+  void DelayStart();
 
   // While it serves.
   void NoteQueries();
@@ -50,7 +42,6 @@ class Supervisor {
   std::string Report() const;
 
   std::uint64_t Queries() const { return service_.shared().verdict(Verdict::kPasses); }
-  std::uint64_t Received() const { return service_.shared().received; }
   bool Idle() const;  // no application has asked anything for a while
 
   const Options& options_;
@@ -63,13 +54,11 @@ class Supervisor {
 
   TimePoint now_ = Clock::now();
   const TimePoint begun_ = now_;
-  Configuration running_;  // what the child was started with
-  TimePoint startAt_ = now_;
-  TimePoint startedAt_ = now_;
-  std::uint64_t receivedAtStart_ = 0;
-  std::uint64_t lost_ = 0;  // queries that waited when their service ended
-  int failedStarts_ = 0;    // in a row
-  bool ready_ = false;      // a child has served, and the service manager has been told so
+  Configuration running_;     // what the child was started with
+  TimePoint startAt_ = now_;  // no earlier than that
+  std::uint64_t lost_ = 0;    // queries that waited when their service ended
+  int failedStarts_ = 0;      // in a row
+  bool ready_ = false;        // a child has served, and the service manager has been told so
   std::string failure_;  // what went wrong last; empty since a start or a trace file that did not
   std::uint64_t queriesSeen_ = 0;
   TimePoint queriedAt_ = now_;  // when new ones were seen last
