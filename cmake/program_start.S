@@ -1,5 +1,5 @@
 // Where a program begins, marked for control flow: in place of the C library's own start where that
-// carries no marks (dns_proxy_hardening.cmake). x86-64, GNU C library.
+// carries no marks (dns_proxy_program_start.cmake). x86-64, GNU C library.
 //
 // The dynamic linker jumps here. On the stack: the number of arguments, the arguments, a null, the
 // environment. In rdx: what the linker wants called at the end.
