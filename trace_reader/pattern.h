@@ -27,13 +27,19 @@ inline bool TakeNumber(std::string_view& text, std::int64_t& number) {
   return error == std::errc();
 }
 
-// The size of the name with which `text` begins, `behind` it; npos if there is none.
+// The size of the name with which `text` begins, followed by `behind` or, if that is empty, by the
+// line's end; npos if there is none. Of `names` the longest that fits: one may begin with another.
 inline std::size_t NameSize(std::string_view text, std::string_view behind,
                             const std::deque<std::string>& names) {
+  std::size_t longest = 0;
   for (const std::string& name : names) {
-    if (text.starts_with(name) && text.substr(name.size()).starts_with(behind)) return name.size();
+    if (name.size() <= longest || !text.starts_with(name)) continue;
+    const std::string_view rest = text.substr(name.size());
+    const bool fits = behind.empty() ? FirstLine(rest).empty() : rest.starts_with(behind);
+    longest = fits ? name.size() : longest;
   }
   const std::string_view line = FirstLine(text);
+  if (longest != 0) return longest;
   return behind.empty() ? line.size() : line.rfind(behind);  // a name may hold that, too
 }
 
