@@ -1,12 +1,14 @@
 // dns_proxy_soak: very many queries through the running service, and a table of what became of
 // them.
+//   dns_proxy_soak queries N
+//   dns_proxy_soak minutes M
 //
 // Exits with 1 on any loss, wrong answer, or memory that does not come back; with 77 when the
 // machine does not allow a network of its own.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "tests/stress/soak/measures.h"
@@ -20,6 +22,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+constexpr int kUsage = 2;
 constexpr int kSkipped = 77;
 
 // How long nothing at all may happen before what is in flight counts as lost. A busy machine is no
@@ -41,13 +44,14 @@ void Row(const char* what, long number) { std::printf("  %-44s %12ld\n", what, n
 
 int main(int argc, char** argv) {
   support::Isolate(argv);
-  CLI::App options("Soaks the DNS proxy service in a network of its own.");
-  long queries = 0;
-  double minutes = 0;
-  auto* const byCount = options.add_option("--queries", queries, "Ask so many queries");
-  options.add_option("--minutes", minutes, "Ask for so many minutes")->excludes(byCount);
-  options.require_option(1);
-  CLI11_PARSE(options, argc, argv);
+  const std::string unit = argc == 3 ? argv[1] : "";
+  const double amount = unit.empty() ? 0 : std::strtod(argv[2], nullptr);
+  if (!(amount > 0) || (unit != "queries" && unit != "minutes")) {
+    std::fprintf(stderr, "usage: dns_proxy_soak queries N | minutes M\n");
+    return kUsage;
+  }
+  const long queries = unit == "queries" ? static_cast<long>(amount) : 0;
+  const double minutes = unit == "minutes" ? amount : 0;
   if (const std::string why = support::WhyNotIsolated(); !why.empty()) {
     std::printf("skipped: %s\n", why.c_str());
     return kSkipped;
