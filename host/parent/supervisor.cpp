@@ -50,24 +50,24 @@ void Supervisor::Run() {
     }
     NoteQueries();
     monitor_.Receive(now_);
+    if (!Idle()) {
+      monitor_.AskDue(now_);
+    }
+    monitor_.TellChanges();
     if (const std::optional<Failure> end = service_.Reap()) {
       OnChildEnd(*end);
-    }
-    if (service_.id() == 0 && now_ >= startAt_) {
-      Start();
     }
     if (service_.id() != 0 && now_ >= probe_.due()) {
       CheckFiles();
       TellKeptAway();
       LookAtService();
     }
-    if (!Idle()) {
-      monitor_.AskDue(now_);
+    if (std::vector<std::string> choice = monitor_.Choice(); choice != configuration_.servers) {
+      configuration_.servers = std::move(choice);
+      service_.Kill("upstream servers are now " + Joined(configuration_.servers));
     }
-    monitor_.TellChanges();
-    const std::vector<std::string> choice = monitor_.Choice();
-    if (choice != running_.servers) {
-      service_.Kill("upstream servers are now " + Joined(choice));
+    if (service_.id() == 0 && now_ >= startAt_) {
+      Start();
     }
     listener_.Answer([this] { return Report(); });
     WaitFor({monitor_.fd(), service_.fd(), listener_.fd()},
@@ -80,11 +80,10 @@ void Supervisor::Run() {
 
 void Supervisor::Start() {
   startAt_ = now_ + kBetweenStarts;
-  running_ = {monitor_.Choice(), configuration_.names};
   lost_ = Queries() - service_.shared().Answered();
   probe_.Start(now_, kStartTimeout * (1 << std::min(failedStarts_, kMaxDoublings)));
   try {
-    service_.Start(running_);
+    service_.Start(configuration_);
     failure_.clear();
   } catch (const Failure& failure) {
     LogOnce(failure.why);
@@ -170,19 +169,19 @@ void Supervisor::LookAtService() {
 
 void Supervisor::Reload() {
   resolvConf_ = ReadResolvConf();
-  const auto renew = [this](auto& what, auto load, const char* called) {
-    try {
-      what = load(options_);
-    } catch (const Failure& failure) {
-      Log("warning", failure.why + "; the service runs on with the " + called + " that it has");
-    }
-  };
   // Each by itself: a hosts file that went wrong does not keep the servers of a new network away.
-  renew(configuration_.names, LoadNames, "names");
-  renew(configuration_.servers, LoadServers, "servers");
-  monitor_.Watch(configuration_.servers, now_);
-  if (configuration_.names != running_.names) {
-    service_.Kill("static names have changed");
+  try {
+    if (auto names = LoadNames(options_); names != configuration_.names) {
+      configuration_.names = std::move(names);
+      service_.Kill("static names have changed");
+    }
+  } catch (const Failure& failure) {
+    Log("warning", failure.why + "; the service runs on with the names that it has");
+  }
+  try {
+    monitor_.Watch(LoadServers(options_), now_);
+  } catch (const Failure& failure) {
+    Log("warning", failure.why + "; the service runs on with the servers that it has");
   }
 }
 

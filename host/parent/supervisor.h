@@ -45,7 +45,7 @@ class Supervisor {
   bool Idle() const;  // no application has asked anything for a while
 
   const Options& options_;
-  Configuration configuration_;
+  Configuration configuration_;  // what the child runs with, or the next one will
   Trace& trace_;
   StatusListener& listener_;
   UpstreamMonitor monitor_;
@@ -54,7 +54,6 @@ class Supervisor {
 
   TimePoint now_ = Clock::now();
   const TimePoint begun_ = now_;
-  Configuration running_;     // what the child was started with
   TimePoint startAt_ = now_;  // no earlier than that
   std::uint64_t lost_ = 0;    // queries that waited when their service ended
   int failedStarts_ = 0;      // in a row
