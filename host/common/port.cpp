@@ -19,7 +19,6 @@
 namespace {
 
 #if defined(__linux__)
-constexpr char kHowToAsk[] = "; ask with: sudo ss -lunp sport = 53";
 constexpr char kHowToStart[] = "start as root, or with the capability CAP_NET_BIND_SERVICE";
 
 // What the descriptors of sockets at the port link to: "socket:[12345]".
@@ -42,18 +41,19 @@ std::set<std::string> SocketsAtThePort() {
   return sockets;
 }
 
-// "dnsmasq (process 812)", or empty when the system does not tell.
+// Who has the port: " by dnsmasq (process 812)", or how to ask when the system does not tell.
 std::string PortHolder() {
   const std::set<std::string> sockets = SocketsAtThePort();
   glob_t found = {};
   glob("/proc/[0-9]*/fd/*", GLOB_NOSORT, nullptr, &found);
-  std::string holder;
+  std::string holder = "; ask with: sudo ss -lunp sport = 53";
   for (const std::filesystem::path fd : std::span(found.gl_pathv, found.gl_pathc)) {
     std::error_code error;  // processes end while one looks at them
     if (sockets.contains(read_symlink(fd, error).string())) {
       const std::filesystem::path process = fd.parent_path().parent_path();
-      std::ifstream(process / "comm") >> holder;
-      holder += " (process " + process.filename().string() + ")";
+      std::string name;
+      std::ifstream(process / "comm") >> name;
+      holder = " by " + name + " (process " + process.filename().string() + ")";
       break;
     }
   }
@@ -61,10 +61,9 @@ std::string PortHolder() {
   return holder;
 }
 #else
-constexpr char kHowToAsk[] = "; ask with: sudo lsof -nP -iUDP:53";
 constexpr char kHowToStart[] = "start as root (sudo, or a launchd daemon)";
 
-std::string PortHolder() { return {}; }
+std::string PortHolder() { return "; ask with: sudo lsof -nP -iUDP:53"; }
 #endif
 
 }  // namespace
@@ -85,8 +84,7 @@ int TakePort(std::optional<Failure>& fault) {
     const int error = errno;
     fault = SystemFailure(port);
     if (error == EADDRINUSE) {
-      const std::string holder = PortHolder();
-      fault = {kExitPortTaken, port + ": taken" + (holder.empty() ? kHowToAsk : " by " + holder)};
+      fault = {kExitPortTaken, port + ": taken" + PortHolder()};
     } else if (error == EACCES || error == EPERM) {
       fault = {kExitNoRight, port + ": no right to it: " + kHowToStart};
     }
