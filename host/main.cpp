@@ -46,8 +46,7 @@ void Host(const Options& options) {
     Log("info", "everything is in order");
     return;
   }
-  StatusListener listener(options.socket, options.socketAsked);
-  Supervisor(options, configuration, user, trace, listener, port).Run();
+  Supervisor(options, configuration, user, trace, port).Run();
   Log("info", "stopped");
 }
 

@@ -33,11 +33,11 @@ constexpr Milliseconds kBetweenKeptAwayLines{60000};
 }  // namespace
 
 Supervisor::Supervisor(const Options& options, const Configuration& configuration, const User& user,
-                       Trace& trace, StatusListener& listener, int port)
+                       Trace& trace, int port)
     : options_(options),
       configuration_(configuration),
       trace_(trace),
-      listener_(listener),
+      listener_(options.socket, options.socketAsked),
       service_(trace, user, !options.unguarded, port) {
   monitor_.Watch(configuration.servers, now_);
 }

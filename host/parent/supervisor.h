@@ -14,9 +14,10 @@
 
 class Supervisor {
  public:
-  // The references and the socket at `port` stay the caller's and outlive this.
+  // The references and the socket at `port` stay the caller's and outlive this. Throws Failure if
+  // something is not to be had that all children need, or that was asked for.
   Supervisor(const Options& options, const Configuration& configuration, const User& user,
-             Trace& trace, StatusListener& listener, int port);
+             Trace& trace, int port);
 
   // Runs until SIGTERM or SIGINT. Throws Failure when no child can become the user, unless one
   // has before. Leaves nothing behind either way.
@@ -47,7 +48,7 @@ class Supervisor {
   const Options& options_;
   Configuration configuration_;  // what the child runs with, or the next one will
   Trace& trace_;
-  StatusListener& listener_;
+  const StatusListener listener_;
   UpstreamMonitor monitor_;
   ServiceProcess service_;
   Probe probe_;
