@@ -13,6 +13,7 @@
 
 #include "tests/support/heap_watch.h"
 #include "tests/support/requests.h"
+#include "tests/support/run_length.h"
 
 namespace {
 
@@ -249,14 +250,14 @@ TEST_F(PendingRequestsTest, PassOfAnotherTableDoesNotHoldThisOnesRecords) {
 TEST_F(PendingRequestsTest, WorkersThatMeetOnFewIdentifiersTearNothing) {
   // No order is forced here: one worker stores and looks, the other looks and removes, as fast as
   // they can. The sanitizers are the judges; in a plain build the names are.
-  constexpr int kRounds = 50'000;
+  constexpr long kRounds = support::Sized(200'000);
   constexpr unsigned short kIdentifiers = 4;
   std::atomic<int> stored{0};
   std::atomic<int> wrong{0};
   std::atomic<bool> done{false};
 
   std::thread query([&] {
-    for (int round = 0; round < kRounds; ++round) {
+    for (long round = 0; round < kRounds; ++round) {
       const PendingRequests::Pass pass(requests_, Worker::kQuery);
       // Blocks of the table as well as slots are met: each identifier lies in another one.
       const auto id = static_cast<unsigned short>(round % kIdentifiers * 256);
