@@ -12,8 +12,6 @@ namespace {
 constexpr unsigned char kServerFailure = 2;
 constexpr unsigned char kNameError = 3;
 
-const Bytes kAddress = {192, 0, 2, 7};
-
 using Forwarding = ServiceTest;
 
 TEST_F(Forwarding, TheQueryReachesTheServerByteForByteUnderTheServicesIdentifier) {

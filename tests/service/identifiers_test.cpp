@@ -7,7 +7,6 @@
 namespace service {
 namespace {
 
-const Bytes kAddress = {192, 0, 2, 7};
 const Bytes kOtherAddress = {198, 51, 100, 9};
 
 using Identifiers = ServiceTest;

@@ -18,6 +18,9 @@ namespace service {
 
 using namespace support;  // the words that these tests speak
 
+// What the servers answer with.
+inline const Bytes kAddress = {192, 0, 2, 7};
+
 class ServiceTest : public testing::Test {
  protected:
   void SetUp() override { SKIP_UNLESS_ISOLATED(); }

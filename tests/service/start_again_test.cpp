@@ -22,7 +22,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr char kMapped[] = "mapped.example";
-const Bytes kAddress = {192, 0, 2, 7};
 
 // After so many answers the server ends the answer thread, and so the call.
 constexpr int kAnswersBetweenRunts = 500;

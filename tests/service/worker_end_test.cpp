@@ -14,8 +14,6 @@
 namespace service {
 namespace {
 
-const Bytes kAddress = {192, 0, 2, 7};
-
 class WorkerEnd : public ServiceTest {
  protected:
   // The call has returned true, and closed both sockets before.

@@ -38,7 +38,7 @@ Bytes HostAnswer(const Bytes& query, unsigned short queryType) {
   return Bytes(message.get(), message.get() + length);
 }
 
-Bytes NoSuchName(const Bytes& query) {
+Bytes NoSuchNameTo(const Bytes& query) {
   const auto response = std::make_unique<unsigned char[]>(query.size());
   std::memset(response.get(), 0xEE, query.size());
   MakeNoSuchNameResponse(query.data(), static_cast<int>(query.size()), kApplicationId,
@@ -167,14 +167,14 @@ TEST(NoSuchName, IsAHeaderOfItsOwnAndTheQuestionAsAsked) {
       0x08, 'i',  'n',  't',  'e',  'r', 'n', 'a', 'l',  //
       0x00, 0x00, 0x1C, 0x00, 0x01,                      //
   };
-  EXPECT_EQ(NoSuchName(Query("alpha.internal", 28).Build()), expected);
+  EXPECT_EQ(NoSuchNameTo(Query("alpha.internal", 28).Build()), expected);
 }
 
 TEST(NoSuchName, TakesNothingFromTheQuerysHeader) {
   // RD stays 0 whatever was asked: clients of this proxy were built against that header.
   Bytes query = Query("alpha.internal", 1).Build();
   std::fill_n(query.begin(), 12, static_cast<unsigned char>(0xFF));
-  const Bytes response = NoSuchName(query);
+  const Bytes response = NoSuchNameTo(query);
   EXPECT_EQ(Bytes(response.begin(), response.begin() + 12),
             (Bytes{0xAB, 0xCD, 0x80, 0x03, 0, 1, 0, 0, 0, 0, 0, 0}));
 }
@@ -183,21 +183,21 @@ TEST(NoSuchName, CopiesWhatStandsBehindTheQuestionThoughItCountsNone) {
   // An OPT record stays in the response while the additional count says 0: intended, the response
   // is as long as the query.
   const Bytes query = Query("alpha.internal", 1).EdnsOpt(1232).Build();
-  const Bytes response = NoSuchName(query);
+  const Bytes response = NoSuchNameTo(query);
   ASSERT_EQ(response.size(), query.size());
   EXPECT_EQ(Bytes(response.begin() + 12, response.end()), Bytes(query.begin() + 12, query.end()));
   EXPECT_EQ(response[11], 0);
 }
 
 TEST(NoSuchName, OfAHeaderAloneIsAHeader) {
-  EXPECT_EQ(NoSuchName(Bytes(12, 0xFF)), (Bytes{0xAB, 0xCD, 0x80, 0x03, 0, 1, 0, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(NoSuchNameTo(Bytes(12, 0xFF)), (Bytes{0xAB, 0xCD, 0x80, 0x03, 0, 1, 0, 0, 0, 0, 0, 0}));
 }
 
 TEST(NoSuchName, OfTheLongestQueryIsAsLong) {
   Bytes query = Query("alpha.internal", 1).Build();
   query.resize(8192, 0x55);
-  EXPECT_EQ(NoSuchName(query).size(), 8192U);
-  EXPECT_EQ(NoSuchName(query).back(), 0x55);
+  EXPECT_EQ(NoSuchNameTo(query).size(), 8192U);
+  EXPECT_EQ(NoSuchNameTo(query).back(), 0x55);
 }
 
 TEST(NoSuchNameResponse, ToWhatIsShorterThanAHeaderIsTheHeaderAlone) {

@@ -19,7 +19,7 @@ namespace {
 
 using support::FreeWatch;
 
-DnsRequest* MakeRequest(unsigned short id) {
+DnsRequest* NewRequest(unsigned short id) {
   const std::string name = "a-name-that-is-rather-long.alpha.internal";
   return support::MakeRequest(id, support::Query(0, name), name, 1, {}).release();
 }
@@ -33,7 +33,7 @@ class PendingRequestsTest : public testing::Test {
   }
 
   DnsRequest* Insert(unsigned short id) {
-    DnsRequest* const request = MakeRequest(id);
+    DnsRequest* const request = NewRequest(id);
     EXPECT_TRUE(requests_.Insert(request));
     return request;
   }
@@ -61,7 +61,7 @@ class PendingRequestsTest : public testing::Test {
 
 TEST_F(PendingRequestsTest, InsertRefusesATakenIdentifier) {
   DnsRequest* const first = Insert(7);
-  const std::unique_ptr<DnsRequest> second(MakeRequest(7));
+  const std::unique_ptr<DnsRequest> second(NewRequest(7));
   EXPECT_FALSE(requests_.Insert(second.get()));
   EXPECT_EQ(Find(7), first);
 }
@@ -78,7 +78,7 @@ TEST_F(PendingRequestsTest, RemoveGivesTheRecordOnce) {
 
 TEST_F(PendingRequestsTest, RemoveByIdentityWantsTheSameRecord) {
   DnsRequest* const request = Insert(7);
-  const std::unique_ptr<DnsRequest> other(MakeRequest(7));
+  const std::unique_ptr<DnsRequest> other(NewRequest(7));
   EXPECT_FALSE(requests_.Remove(7, other.get()));
   EXPECT_FALSE(requests_.Remove(60000, other.get()));
   EXPECT_TRUE(requests_.Remove(7, request));
@@ -234,7 +234,7 @@ TEST_F(PendingRequestsTest, FindingARecordAgainKeepsIt) {
 
 TEST_F(PendingRequestsTest, PassOfAnotherTableDoesNotHoldThisOnesRecords) {
   PendingRequests other;
-  DnsRequest* const held = MakeRequest(8);
+  DnsRequest* const held = NewRequest(8);
   ASSERT_TRUE(other.Insert(held));
   const FreeWatch watchOfHeld(*held);
   const FreeWatch watch(*Insert(7));
@@ -261,7 +261,7 @@ TEST_F(PendingRequestsTest, WorkersThatMeetOnFewIdentifiersTearNothing) {
       const PendingRequests::Pass pass(requests_, Worker::kQuery);
       // Blocks of the table as well as slots are met: each identifier lies in another one.
       const auto id = static_cast<unsigned short>(round % kIdentifiers * 256);
-      DnsRequest* const request = MakeRequest(id);
+      DnsRequest* const request = NewRequest(id);
       if (requests_.Insert(request)) {
         ++stored;
       } else {
@@ -309,7 +309,7 @@ TEST_F(PendingRequestsTest, ThreadsThatMakeTheSameBlocksAtOnceStoreEveryRecord) 
       }
       for (int block = 0; block < 256; ++block) {
         EXPECT_TRUE(
-            requests_.Insert(MakeRequest(static_cast<unsigned short>(block * 256 + number))));
+            requests_.Insert(NewRequest(static_cast<unsigned short>(block * 256 + number))));
       }
     });
   }
