@@ -18,8 +18,8 @@
 # sanitizer, which slows all of it down, it is compiled as the others.
 #
 # Under the undefined-behaviour sanitizer the tests' own code does without its checks of each pointer
-# (null, aligned, large enough, of the right class), which are most of what it costs to compile. The
-# code under test has them all.
+# (null, aligned, large enough, of the right class), which are most of what it costs to compile. So
+# does what it takes from headers; the program's own files have them all.
 include(GoogleTest)
 
 function(dns_proxy_test_options target)
