@@ -1,9 +1,11 @@
 // Does the service live? The rules, without sockets and with the time handed in.
 //
 //   starting  asked every 20 ms until it has taken up something, or its patience is at an end
-//   serving   asked once an interval, and every 20 ms then until it has, for 200 ms at the most
+//   serving   asked once an interval, and every 20 ms then until it has, for 500 ms at the most
 //
-// A query thread that takes up datagrams is alive, whatever they are: it need not answer.
+// A query thread that takes up datagrams is alive, whatever they are: it need not answer. Patience
+// is counted in questions: when the whole machine stands still, or sleeps, none is asked, and the
+// time is not the service's fault.
 #ifndef HOST_PARENT_PROBE_H_
 #define HOST_PARENT_PROBE_H_
 
@@ -15,7 +17,7 @@
 class Probe {
  public:
   static constexpr Milliseconds kRepeat{20};
-  static constexpr Milliseconds kTimeout{200};
+  static constexpr Milliseconds kTimeout{500};
 
   enum class Finding {
     kAsk,    // it is to be asked now
@@ -26,7 +28,7 @@ class Probe {
   // A child has been started that has `patience` to come up. Due at once.
   void Start(TimePoint now, Milliseconds patience) {
     due_ = now;
-    failsAt_ = now + patience;
+    questionsLeft_ = patience / kRepeat;
     serving_ = false;
     pending_ = false;
   }
@@ -48,10 +50,10 @@ class Probe {
       pending_ = true;
       askedAt_ = now;
       receivedBefore_ = received;
-      failsAt_ = serving_ ? now + kTimeout : failsAt_;
+      questionsLeft_ = serving_ ? kTimeout / kRepeat : questionsLeft_;
     }
     due_ = now + kRepeat;
-    return now < failsAt_ ? Finding::kAsk : Finding::kFailed;
+    return questionsLeft_-- > 0 ? Finding::kAsk : Finding::kFailed;
   }
 
   bool serving() const { return serving_; }
@@ -62,7 +64,7 @@ class Probe {
  private:
   TimePoint due_;
   TimePoint askedAt_;
-  TimePoint failsAt_;
+  Milliseconds::rep questionsLeft_ = 0;  // to ask before there is no hope any more
   bool serving_ = false;
   bool pending_ = false;  // asked, and nothing taken up yet
   std::uint64_t receivedBefore_ = 0;

@@ -72,6 +72,12 @@ TEST_F(ProbeTest, ServiceThatTakesUpNothingHasFailedAfterTheTimeout) {
   EXPECT_EQ(Look(8), kLives) << "it was late for load";
 }
 
+TEST_F(ProbeTest, MachineThatStandsStillIsNotTheServicesFault) {
+  Serve();
+  EXPECT_EQ(Look(7), kAsk);
+  EXPECT_EQ(probe_.Look(now_ + 10 * Probe::kTimeout, 7, kInterval), kAsk);
+}
+
 TEST_F(ProbeTest, NextChildBeginsAnewAndWhenOneLivedLastIsRemembered) {
   Serve();
   const TimePoint lived = now_;
