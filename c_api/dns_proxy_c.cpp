@@ -30,6 +30,7 @@ bool dns_proxy_start(const char* const* servers, size_t server_count, const char
   try {
     const std::vector<std::string> serverList(servers, servers + server_count);
     std::vector<std::pair<std::string, std::string>> hostMap;
+    hostMap.reserve(map_count);
     for (size_t i = 0; i < map_count; ++i) {
       hostMap.emplace_back(names[i], addresses[i]);
     }

@@ -5,13 +5,14 @@
 #
 # dns_proxy_run_once(<file>...): of the directory's own, what takes seconds to optimise for the
 # headers that it includes, and is run once or now and then: optimised a little, and not at all in a
-# developer's builds but for those of a release. What is not optimised cannot be fortified.
+# developer's builds but for those of a release for this system. What is not optimised cannot be
+# fortified.
 include(dns_proxy_sanitizers)
 
 function(dns_proxy_run_once)
   set_source_files_properties(${ARGN} PROPERTIES
-    COMPILE_OPTIONS "$<IF:$<OR:$<CONFIG:Release>,$<NOT:$<BOOL:${dns_proxy_mac_DEVELOPER_MODE}>>>,\
--O1,-O0;-U_FORTIFY_SOURCE>")
+    COMPILE_OPTIONS "$<IF:$<AND:$<BOOL:${dns_proxy_mac_DEVELOPER_MODE}>,\
+$<OR:$<BOOL:${CMAKE_CROSSCOMPILING}>,$<NOT:$<CONFIG:Release>>>>,-O0;-U_FORTIFY_SOURCE,-O1>")
 endfunction()
 
 function(dns_proxy_options target)

@@ -241,8 +241,8 @@ std::vector<std::string> StatusLines(const Snapshot& now) {
 }
 
 std::vector<std::string> PageLines(const History& seen, int columns, bool coloured) {
-  const auto last = std::find_if(seen.rbegin(), seen.rend(),
-                                 [](const Moment& moment) { return moment.told.has_value(); });
+  const auto last = std::ranges::find_if(
+      seen.rbegin(), seen.rend(), [](const Moment& moment) { return moment.told.has_value(); });
   return Page(*last->told, seen, columns, coloured).Lines();
 }
 

@@ -18,7 +18,7 @@ std::vector<Snapshot::Count> Counts(const Json& json) {
   std::vector<Snapshot::Count> counts;
   for (const auto& [key, value] : json.items()) {
     std::string name = Printable(key);
-    std::replace(name.begin(), name.end(), '_', ' ');
+    std::ranges::replace(name, '_', ' ');
     counts.push_back({name, value.get<double>()});
   }
   return counts;

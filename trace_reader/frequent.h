@@ -38,7 +38,7 @@ class Frequent {
   // The `count` most frequent texts, the most frequent first.
   std::vector<Count> Most(std::size_t count) const {
     std::vector<Count> all(counts_.begin(), counts_.end());
-    std::sort(all.begin(), all.end(), [](const Count& one, const Count& other) {
+    std::ranges::sort(all, [](const Count& one, const Count& other) {
       return std::tie(other.second, one.first) < std::tie(one.second, other.first);
     });
     all.resize(std::min(count, all.size()));

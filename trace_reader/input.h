@@ -28,7 +28,7 @@ class Input {
       if (file != "-" && stat(file.c_str(), &state) != 0) Fail(file);
       expected_ += S_ISREG(state.st_mode) ? static_cast<std::uint64_t>(state.st_size) : 0;
     }
-    std::sort(files_.begin(), files_.end(), [](const auto& one, const auto& other) {
+    std::ranges::sort(files_, [](const auto& one, const auto& other) {
       return RotatedName(one) > RotatedName(other);
     });
     files_.resize(std::max<std::size_t>(files_.size(), 1), "-");

@@ -55,7 +55,7 @@ std::string Printable(std::string_view text, char first) {
 std::string Text(const Table& table) {
   std::string text = table.title + "\n";
   for (const std::string& column : table.columns) text += Cell(column);
-  if (!table.columns.empty()) text += "\n";
+  if (!table.columns.empty()) text += '\n';
   for (const auto& [label, numbers] : table.rows) {
     for (const std::uint64_t number : numbers) text += Cell(std::to_string(number));
     text += "  " + label + "\n";
@@ -94,8 +94,8 @@ std::vector<Table> Summary::Tables(const Counts& counts) const {
   Table servers{"Servers", {"asked", "answered", "no such name", "silent", "not sent"}, {}};
   for (auto [server, replies] : counts.servers) {
     std::vector<std::uint64_t> numbers;
-    std::transform(servers.columns.begin(), servers.columns.end(), std::back_inserter(numbers),
-                   [&all = replies](const std::string& reply) { return all[reply]; });
+    std::ranges::transform(servers.columns, std::back_inserter(numbers),
+                           [&all = replies](const std::string& reply) { return all[reply]; });
     numbers[0] = std::accumulate(numbers.begin(), numbers.end(), std::uint64_t{0});
     servers.rows.emplace_back(server, numbers);
   }

@@ -31,7 +31,7 @@ void KeepDescriptors(int end, std::initializer_list<int> kept) {
     opened = open("/dev/null", O_RDWR);  // the last one is closed with the rest
   }
   for (int fd = STDERR_FILENO + 1; fd < end; ++fd) {
-    if (std::find(kept.begin(), kept.end(), fd) == kept.end()) {
+    if (std::ranges::find(kept, fd) == kept.end()) {
       close(fd);
     }
   }

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <type_traits>
+#include <utility>
 
 namespace {
 
@@ -52,7 +53,7 @@ void Trace::TryOpen() const {
 
 bool Trace::Full() const {
   struct stat state;
-  return IsFile() && fstat(fd_, &state) == 0 && static_cast<std::uint64_t>(state.st_size) > size_;
+  return IsFile() && fstat(fd_, &state) == 0 && std::cmp_greater(state.st_size, size_);
 }
 
 void Trace::Rotate() {
@@ -73,7 +74,7 @@ void Trace::Write(std::string_view lines) {
     [[maybe_unused]] const ssize_t written = write(fd_, lines.data(), lines.size());
   } else {
     // The stream's lock would do, which no sanitizer sees.
-    const std::lock_guard<std::mutex> guard(mutex_);
+    const std::scoped_lock guard(mutex_);
     writer_.Write(lines);
   }
 }

@@ -129,6 +129,7 @@ std::vector<std::pair<std::string, std::string>> LoadNames(const Options& option
   }
   Log("info", "static names: " + std::to_string(names.names.size()));
   std::vector<std::pair<std::string, std::string>> loaded;
+  loaded.reserve(names.names.size());
   for (const auto& [name, entry] : names.names) {
     loaded.emplace_back(name, entry.address);
   }
@@ -228,7 +229,7 @@ LocalUpstreams ChooseUpstreams(const std::vector<std::string>& values,
                                   : here                   ? "this machine"
                                                            : ServerFault(address)) {
       chosen.dropped.push_back(address + " (" + fault + ")");
-    } else if (std::count(chosen.taken.begin(), chosen.taken.end(), address) == 0) {
+    } else if (std::ranges::count(chosen.taken, address) == 0) {
       chosen.taken.push_back(address);
     }
   }
