@@ -3,8 +3,11 @@
 #if defined(__linux__)
 #include <malloc.h>
 #endif
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
+#include <unistd.h>
 
 #include <random>
 #include <system_error>
@@ -33,12 +36,21 @@ void SetMemoryLimits() {
 #endif
 }
 
+// The terminal, if there is one, takes input from its own processes. To leave its session would do as
+// well, but Linux shares the processors out by session first: behind a busy one, this small one's
+// threads have waited a second for their turn.
+void GiveUpTerminal() {
+  const int terminal = open("/dev/tty", O_RDONLY);
+  ioctl(terminal, TIOCNOTTY);
+  close(terminal);
+}
+
 }  // namespace
 
 void RunService(const std::vector<std::string>& servers,
                 const std::vector<std::pair<std::string, std::string>>& names, const User& user,
                 const Trace& trace, SharedMemory& shared, int port, int channel) noexcept {
-  setsid();  // without the terminal, if there is one: it takes input from its own processes
+  GiveUpTerminal();
   KeepDescriptors(FD_SETSIZE, {port, channel, trace.fd()});
   SetMemoryLimits();
   try {

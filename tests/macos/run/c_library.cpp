@@ -259,7 +259,7 @@ constexpr char kSame[] =
     "memset mkdir mkdtemp mkfifo mkstemp munmap nanosleep nextafter perror pipe poll popen "
     "posix_memalign pread printf pthread_equal pthread_getspecific pthread_key_delete "
     "pthread_setspecific puts read realloc remove rename rewind rmdir sched_yield setgid "
-    "setgroups setsid setuid setvbuf snprintf socketpair sscanf strcasecmp strchr strcmp strcpy "
+    "setgroups setuid setvbuf snprintf socketpair sscanf strcasecmp strchr strcmp strcpy "
     "strdup strftime strlen strncmp strrchr strstr strtod strtol strtold strtoll strtoull "
     "symlink time tmpfile ttyname umask ungetc ungetwc unlink vfprintf vprintf vsnprintf wcslen "
     "wmemchr";

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -321,6 +322,14 @@ int FCntl(int descriptor, int command, int argument) {  // F_GETFL and F_SETFL: 
   return flags == -1 ? -1 : FlagsToMac(kOpenFlags, flags);
 }
 
+int IOCtl(int descriptor, unsigned long request) {
+  constexpr unsigned long kGiveUpTerminal = 0x20007471;  // TIOCNOTTY
+  if (request != kGiveUpTerminal) {
+    EndUnwritten("a request of ioctl");
+  }
+  return ioctl(descriptor, TIOCNOTTY);
+}
+
 int FnMatch(const char* pattern, const char* text, int flags) {
   return fnmatch(pattern, text, FlagsToLinux(kMatchFlags, flags));
 }
@@ -542,9 +551,9 @@ void AddSystemCalls(Imports& imports) {
       "_recv", Recv, "_recvfrom", RecvFrom, "_recvmsg", RecvMsg, "_send", Send, "_sendto", SendTo,
       "_sendmsg", SendMsg, "_setsockopt", SetSockOpt, "_inet_ntop", INetNToP, "_inet_pton",
       INetPToN, "_select$1050", Select, "_pselect$1050", PSelect, "___darwin_check_fd_set_overflow",
-      CheckSetOverflow, "_open", Open, "_fcntl", FCntl, "_fnmatch", FnMatch, "_write", Write,
-      "_stat$INODE64", StatOf<const char*, stat>, "_lstat$INODE64", StatOf<const char*, lstat>,
-      "_fstat$INODE64", StatOf<int, fstat>, "_mmap", MMap, "_sigaction", SigAction, "_sigprocmask",
-      SigProcMask, "_kill", Kill, "_waitpid", WaitPid, "_pclose", PClose, "_system", System,
-      "_getpwnam", GetPwNam);
+      CheckSetOverflow, "_open", Open, "_fcntl", FCntl, "_ioctl", IOCtl, "_fnmatch", FnMatch,
+      "_write", Write, "_stat$INODE64", StatOf<const char*, stat>, "_lstat$INODE64",
+      StatOf<const char*, lstat>, "_fstat$INODE64", StatOf<int, fstat>, "_mmap", MMap, "_sigaction",
+      SigAction, "_sigprocmask", SigProcMask, "_kill", Kill, "_waitpid", WaitPid, "_pclose", PClose,
+      "_system", System, "_getpwnam", GetPwNam);
 }
