@@ -115,8 +115,9 @@ std::optional<std::size_t> AdmitAnswer(Datagram answer, const sockaddr_in& sende
   worker.verdict = JudgeAnswer(answer, pending);
   if (Passes(worker.verdict)) {
     g_answering = sender.sin_addr.s_addr;
-    const bool stray = answer.size() < kDnsHeaderSize || !IsAsked(g_answering, request);
-    g_shared->strayAnswers += stray ? 1 : 0;
+    if (answer.size() < kDnsHeaderSize || !IsAsked(g_answering, request)) {
+      ++g_shared->strayAnswers;
+    }
     return answer.size();
   }
   return std::nullopt;

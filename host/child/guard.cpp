@@ -48,7 +48,7 @@ Datagram Question(Datagram message) {
 bool SameQuestion(Datagram a, Datagram b) {
   std::size_t length = 0;  // where the next label's length stands, or the last one
   for (std::size_t i = 0; i < std::min(a.size(), b.size()); ++i) {
-    if (i < length ? std::tolower(a[i]) != std::tolower(b[i]) : a[i] != b[i]) {
+    if (a[i] != b[i] && (i >= length || std::tolower(a[i]) != std::tolower(b[i]))) {
       return false;
     }
     if (i == length && a[i] != 0 && a[i] < kFirstBadLength) {
