@@ -41,11 +41,12 @@ class ServiceTest : public testing::Test {
 
   // Waits until every datagram that applications have sent so far has been dealt with: a reverse
   // look-up, which the service answers by itself, is behind them in the queue. It takes an
-  // identifier.
+  // identifier. The workers are back in their waits then.
   void SettleQueries() const {
     const Application last;
     last.Asks(Query(0x5E77, "1.0.0.127.in-addr.arpa", kTypeA));
     last.Hears();
+    EXPECT_TRUE(Process().ComesToRest());
   }
 
   // Waits until every datagram that servers have sent to `asker` so far has been dealt with: one

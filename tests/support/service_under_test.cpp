@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <new>
@@ -186,6 +187,20 @@ int ServiceUnderTest::Threads() const {
   }
   closedir(folder);
   return count;
+}
+
+bool ServiceUnderTest::ComesToRest() const {
+  return Eventually([this] {
+    for (const auto& thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
+      std::string state;
+      std::getline(std::ifstream(thread.path() / "stat").ignore(4096, ')'), state);
+      if (!state.starts_with(" S")) {
+        return false;
+      }
+    }
+    return true;
+  });
 }
 
 TraceLines ServiceUnderTest::Trace() const {

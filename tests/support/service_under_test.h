@@ -65,6 +65,9 @@ class ServiceUnderTest {
   // The threads of the process, those of a sanitizer's runtime included.
   int Threads() const;
 
+  // Waits until every thread of the process waits: none runs, or would with a processor.
+  bool ComesToRest() const;
+
   // Everything traced so far.
   TraceLines Trace() const;
 
