@@ -1,6 +1,5 @@
 #include "tests/support/service_under_test.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -21,6 +20,8 @@
 #include <fstream>
 #include <iterator>
 #include <new>
+#include <string>
+#include <system_error>
 
 #include "dns_proxy_mac/proxy/dns_proxy.h"
 #include "dns_proxy_mac/proxy/service_state.h"
@@ -48,6 +49,9 @@ void Handle(int signal, void (*handler)(int)) {
   action.sa_handler = handler;
   sigaction(signal, &action, nullptr);
 }
+
+// A folder for each thread of the process.
+std::string ThreadFolder(pid_t process) { return "/proc/" + std::to_string(process) + "/task"; }
 
 bool IsOpen(int descriptor) { return fcntl(descriptor, F_GETFD) != -1; }
 
@@ -176,23 +180,14 @@ bool ServiceUnderTest::HasEnded() const {
 }
 
 int ServiceUnderTest::Threads() const {
-  const std::string path = "/proc/" + std::to_string(pid_) + "/task";
-  DIR* const folder = opendir(path.c_str());
-  if (folder == nullptr) {
-    return 0;
-  }
-  int count = 0;
-  while (const dirent* const entry = readdir(folder)) {
-    count += entry->d_name[0] != '.' ? 1 : 0;
-  }
-  closedir(folder);
-  return count;
+  std::error_code ended;  // then there are none
+  return static_cast<int>(
+      std::distance(std::filesystem::directory_iterator(ThreadFolder(pid_), ended), {}));
 }
 
 bool ServiceUnderTest::ComesToRest() const {
   return Eventually([this] {
-    for (const auto& thread :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
+    for (const auto& thread : std::filesystem::directory_iterator(ThreadFolder(pid_))) {
       std::string state;
       std::getline(std::ifstream(thread.path() / "stat").ignore(4096, ')'), state);
       if (!state.starts_with(" S")) {
