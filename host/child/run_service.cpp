@@ -37,8 +37,8 @@ void SetMemoryLimits() {
 }
 
 // The terminal, if there is one, takes input from its own processes. To leave its session would do as
-// well, but Linux shares the processors out by session first: behind a busy one, this small one's
-// threads have waited a second for their turn.
+// well, but Linux shares the processors out by session first: with one of its own the service has
+// waited half a second and more for its turn, beside a busy one.
 void GiveUpTerminal() {
   const int terminal = open("/dev/tty", O_RDONLY);
   ioctl(terminal, TIOCNOTTY);
