@@ -48,6 +48,11 @@ def microseconds_a_query(process):
 
 class Cost(hosting.TestCase):
     def test_trace_that_is_off_costs_no_more_than_throwing_it_away(self):
+        # On one processor, which all that is started here inherits: waking a thread of another one costs
+        # several times what answering does, and whether it is needed depends on what else is running.
+        processors = os.sched_getaffinity(0)
+        os.sched_setaffinity(0, {min(processors)})
+        self.addCleanup(os.sched_setaffinity, 0, processors)
         bare_costs, off_costs = [], []
         for _ in range(2):
             with open("/dev/null", "w") as null:
@@ -64,7 +69,7 @@ class Cost(hosting.TestCase):
         bare, off = min(bare_costs), min(off_costs)
         print(f"  processor time a query: {bare:.1f} us into /dev/null without a host, {off:.1f} us with")
         if not hosting.SANITIZED:
-            self.assertLess(off, 1.2 * bare)
+            self.assertLess(off, 1.1 * bare)
 
     def test_nobody_asks_hardly_anybody_wakes_and_a_hang_and_the_next_query_are_noticed(self):
         first, second = self.upstream("127.0.0.2"), self.upstream("127.0.0.3")
