@@ -1,6 +1,6 @@
-// Where a datagram goes before the service sees it: on the worker's own thread, inside the receive
-// call of its handler (system_calls.cpp). The guard judges, the gate acts, and counts: what comes,
-// and what is sent, by which it knows what has become of a query.
+// Where a datagram goes before the service sees it: on the worker's own thread, in its wait
+// (system_calls.cpp). The guard judges, the gate acts, and counts: what comes, and what is sent, by
+// which it knows what has become of a query.
 //
 // A worker that has been here once has an object of its thread. That is destroyed when the thread
 // ends, and ends the process.

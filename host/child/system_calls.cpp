@@ -1,50 +1,90 @@
-// The calls of this program that bind sockets, and receive and send datagrams. A symbol that a
-// program defines itself is the one that its libraries' calls are linked to, as with an allocator of
-// one's own: so the service's calls come here, and those for its two sockets, in the child, pass the
-// gate. All others go on to the system.
+// The calls of this program that bind sockets, wait, receive and send. A symbol that a program
+// defines itself is the one that its libraries' calls are linked to, as with an allocator of one's
+// own: so the service's calls come here, and those for its two sockets, in the child, pass the gate.
+// All others go on to the system.
+//
+// A worker waits and then receives. Its datagram is received in the wait already, so that the wait
+// ends for what may pass and for nothing else, and costs no call of its own.
 //
 // A file of the executable's own and not of a library: a sanitizer's runtime brings these symbols
 // too, and a linker takes nothing from an archive for one that it has already.
 #undef _FORTIFY_SOURCE  // its inline version would be a second definition
 #include <dlfcn.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cstring>
 #include <optional>
 
+#include "dns_proxy_mac/proxy/dns_message.h"
 #include "host/child/gate.h"
+
+namespace {
+
+// What a worker has waited for, and its handler receives next.
+struct Arrived {
+  unsigned char bytes[kMaxMessageSize];
+  std::size_t size;
+  sockaddr_in sender;
+};
+thread_local Arrived g_arrived;
+
+// The system's own `name`.
+template <typename Call>
+Call* System(const char* name) {
+  return reinterpret_cast<Call*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
 
 // The names in the system's declarations begin with underscores.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 
 extern "C" int bind(int sock, const sockaddr* address, socklen_t length) {
-  static const auto system = reinterpret_cast<decltype(&bind)>(dlsym(RTLD_NEXT, "bind"));
+  static const auto system = System<decltype(bind)>("bind");
   return HasGate(sock) ? BindToPort(sock) : system(sock, address, length);
+}
+
+extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed,
+                      timeval* timeout) {
+  static const auto system = System<decltype(select)>("select");
+  static const auto receive = System<decltype(recvfrom)>("recvfrom");
+  const int sock = end - 1;  // a worker waits for its socket alone, and for as long as it takes
+  if (!HasGate(sock)) {
+    return system(end, readable, writable, failed, timeout);
+  }
+  Arrived& arrived = g_arrived;
+  for (std::optional<std::size_t> admitted; !admitted;) {
+    socklen_t length = sizeof(arrived.sender);
+    const ssize_t received = receive(sock, arrived.bytes, sizeof(arrived.bytes), 0,
+                                     reinterpret_cast<sockaddr*>(&arrived.sender), &length);
+    if (received == -1) {
+      return -1;
+    }
+    admitted = Admit(sock, {arrived.bytes, static_cast<std::size_t>(received)}, arrived.sender);
+    arrived.size = admitted.value_or(0);
+  }
+  return 1;
 }
 
 extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
                             socklen_t* senderLength) {
-  static const auto system = reinterpret_cast<decltype(&recvfrom)>(dlsym(RTLD_NEXT, "recvfrom"));
-  const socklen_t room = senderLength == nullptr ? 0 : *senderLength;
-  for (;;) {
-    const ssize_t received = system(sock, buffer, size, flags, sender, senderLength);
-    if (received == -1 || sender == nullptr || senderLength == nullptr || !HasGate(sock)) {
-      return received;
-    }
-    sockaddr_in from;  // which is what the service's sockets receive from, and asks for
-    std::memcpy(&from, sender, sizeof(from));
-    if (const std::optional<std::size_t> admitted =
-            Admit(sock, {static_cast<unsigned char*>(buffer), static_cast<std::size_t>(received)},
-                  from)) {
-      return static_cast<ssize_t>(*admitted);
-    }
-    *senderLength = room;
+  static const auto system = System<decltype(recvfrom)>("recvfrom");
+  if (!HasGate(sock)) {
+    return system(sock, buffer, size, flags, sender, senderLength);
   }
+  const Arrived& arrived = g_arrived;
+  const std::size_t received = std::min(size, arrived.size);
+  std::memcpy(buffer, arrived.bytes, received);
+  *senderLength = std::min<socklen_t>(*senderLength, sizeof(arrived.sender));
+  std::memcpy(sender, &arrived.sender, *senderLength);
+  return static_cast<ssize_t>(received);
 }
 
 extern "C" ssize_t sendto(int sock, const void* bytes, std::size_t size, int flags,
                           const sockaddr* to, socklen_t length) {
-  static const auto system = reinterpret_cast<decltype(&sendto)>(dlsym(RTLD_NEXT, "sendto"));
+  static const auto system = System<decltype(sendto)>("sendto");
   NoteSent(sock, {static_cast<const unsigned char*>(bytes), size});
   return system(sock, bytes, size, flags, to, length);
 }
