@@ -38,16 +38,16 @@ Call* System(const char* name) {
 
 }  // namespace
 
-// The names in the system's declarations begin with underscores.
+// Their linkage and their symbols' names are those of the system's declarations, which macOS gives
+// select otherwise than the rest. The parameters' names begin with underscores there.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 
-extern "C" int bind(int sock, const sockaddr* address, socklen_t length) {
+int bind(int sock, const sockaddr* address, socklen_t length) {
   static const auto system = System<decltype(bind)>("bind");
   return HasGate(sock) ? BindToPort(sock) : system(sock, address, length);
 }
 
-extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* failed,
-                      timeval* timeout) {
+int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval* timeout) {
   static const auto system = System<decltype(select)>("select");
   static const auto receive = System<decltype(recvfrom)>("recvfrom");
   const int sock = end - 1;  // a worker waits for its socket alone, and for as long as it takes
@@ -68,8 +68,8 @@ extern "C" int select(int end, fd_set* readable, fd_set* writable, fd_set* faile
   return 1;
 }
 
-extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
-                            socklen_t* senderLength) {
+ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* sender,
+                 socklen_t* senderLength) {
   static const auto system = System<decltype(recvfrom)>("recvfrom");
   if (!HasGate(sock)) {
     return system(sock, buffer, size, flags, sender, senderLength);
@@ -82,8 +82,8 @@ extern "C" ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags,
   return static_cast<ssize_t>(received);
 }
 
-extern "C" ssize_t sendto(int sock, const void* bytes, std::size_t size, int flags,
-                          const sockaddr* to, socklen_t length) {
+ssize_t sendto(int sock, const void* bytes, std::size_t size, int flags, const sockaddr* to,
+               socklen_t length) {
   static const auto system = System<decltype(sendto)>("sendto");
   NoteSent(sock, {static_cast<const unsigned char*>(bytes), size});
   return system(sock, bytes, size, flags, to, length);
