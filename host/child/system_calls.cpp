@@ -38,8 +38,8 @@ Call* System(const char* name) {
 
 }  // namespace
 
-// Their linkage and their symbols' names are those of the system's declarations, which macOS gives
-// select otherwise than the rest. The parameters' names begin with underscores there.
+// Linkage and symbol are those of the system's own declaration: that of select has C++'s linkage on
+// macOS. The names of the parameters begin with underscores there.
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 
 int bind(int sock, const sockaddr* address, socklen_t length) {
