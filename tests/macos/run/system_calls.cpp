@@ -550,10 +550,10 @@ void AddSystemCalls(Imports& imports) {
       Taking<connect>, "_accept", FillingIn<accept>, "_getsockname", FillingIn<getsockname>,
       "_recv", Recv, "_recvfrom", RecvFrom, "_recvmsg", RecvMsg, "_send", Send, "_sendto", SendTo,
       "_sendmsg", SendMsg, "_setsockopt", SetSockOpt, "_inet_ntop", INetNToP, "_inet_pton",
-      INetPToN, "_select$1050", Select, "_select", Select, "_pselect$1050", PSelect, "___darwin_check_fd_set_overflow",
-      CheckSetOverflow, "_open", Open, "_fcntl", FCntl, "_ioctl", IOCtl, "_fnmatch", FnMatch,
-      "_write", Write, "_stat$INODE64", StatOf<const char*, stat>, "_lstat$INODE64",
-      StatOf<const char*, lstat>, "_fstat$INODE64", StatOf<int, fstat>, "_mmap", MMap, "_sigaction",
-      SigAction, "_sigprocmask", SigProcMask, "_kill", Kill, "_waitpid", WaitPid, "_pclose", PClose,
-      "_system", System, "_getpwnam", GetPwNam);
+      INetPToN, "_select$1050", Select, "_select", Select, "_pselect$1050", PSelect,
+      "___darwin_check_fd_set_overflow", CheckSetOverflow, "_open", Open, "_fcntl", FCntl, "_ioctl",
+      IOCtl, "_fnmatch", FnMatch, "_write", Write, "_stat$INODE64", StatOf<const char*, stat>,
+      "_lstat$INODE64", StatOf<const char*, lstat>, "_fstat$INODE64", StatOf<int, fstat>, "_mmap",
+      MMap, "_sigaction", SigAction, "_sigprocmask", SigProcMask, "_kill", Kill, "_waitpid",
+      WaitPid, "_pclose", PClose, "_system", System, "_getpwnam", GetPwNam);
 }
