@@ -54,16 +54,15 @@ int select(int end, fd_set* readable, fd_set* writable, fd_set* failed, timeval*
   if (!HasGate(sock)) {
     return system(end, readable, writable, failed, timeout);
   }
-  Arrived& arrived = g_arrived;
   for (std::optional<std::size_t> admitted; !admitted;) {
-    socklen_t length = sizeof(arrived.sender);
-    const ssize_t received = receive(sock, arrived.bytes, sizeof(arrived.bytes), 0,
-                                     reinterpret_cast<sockaddr*>(&arrived.sender), &length);
+    socklen_t length = sizeof(g_arrived.sender);
+    const ssize_t received = receive(sock, g_arrived.bytes, sizeof(g_arrived.bytes), 0,
+                                     reinterpret_cast<sockaddr*>(&g_arrived.sender), &length);
     if (received == -1) {
       return -1;
     }
-    admitted = Admit(sock, {arrived.bytes, static_cast<std::size_t>(received)}, arrived.sender);
-    arrived.size = admitted.value_or(0);
+    admitted = Admit(sock, {g_arrived.bytes, static_cast<std::size_t>(received)}, g_arrived.sender);
+    g_arrived.size = admitted.value_or(0);
   }
   return 1;
 }
@@ -74,11 +73,10 @@ ssize_t recvfrom(int sock, void* buffer, std::size_t size, int flags, sockaddr* 
   if (!HasGate(sock)) {
     return system(sock, buffer, size, flags, sender, senderLength);
   }
-  const Arrived& arrived = g_arrived;
-  const std::size_t received = std::min(size, arrived.size);
-  std::memcpy(buffer, arrived.bytes, received);
-  *senderLength = std::min<socklen_t>(*senderLength, sizeof(arrived.sender));
-  std::memcpy(sender, &arrived.sender, *senderLength);
+  const std::size_t received = std::min(size, g_arrived.size);
+  std::memcpy(buffer, g_arrived.bytes, received);
+  *senderLength = std::min<socklen_t>(*senderLength, sizeof(g_arrived.sender));
+  std::memcpy(sender, &g_arrived.sender, *senderLength);
   return static_cast<ssize_t>(received);
 }
 
